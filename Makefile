@@ -1,0 +1,46 @@
+# The commands of the README. Each configures its own build folder with CMake and Ninja.
+JOBS ?= $(shell nproc)
+CMAKE_FLAGS ?=
+
+.PHONY: all test test-sanitize bench fuzz demo clean
+
+all:
+	@scripts/install-deps.sh test
+	cmake -S . -B build -G Ninja $(CMAKE_FLAGS)
+	cmake --build build -j $(JOBS)
+
+test: all
+	ctest --test-dir build --output-on-failure -j $(JOBS)
+
+# The same suites under AddressSanitizer and UndefinedBehaviorSanitizer, built with clang.
+test-sanitize:
+	@scripts/install-deps.sh sanitize
+	CC=clang CXX=clang++ cmake -S . -B build-sanitize -G Ninja -DCMAKE_BUILD_TYPE=Debug \
+	  -DHYLORN_SANITIZE=ON $(CMAKE_FLAGS)
+	cmake --build build-sanitize -j $(JOBS)
+	ASAN_OPTIONS=detect_leaks=1 ctest --test-dir build-sanitize --output-on-failure -j $(JOBS)
+
+bench:
+	@scripts/install-deps.sh bench
+	cmake -S . -B build-bench -G Ninja -DCMAKE_BUILD_TYPE=Release -DHYLORN_BENCH=ON \
+	  -DHYLORN_TESTS=OFF $(CMAKE_FLAGS)
+	cmake --build build-bench -j $(JOBS) --target hylorn_bench
+	build-bench/bench/hylorn_bench $(BENCH_ARGS)
+
+# Builds the libFuzzer targets and runs each for FUZZ_SECONDS.
+FUZZ_SECONDS ?= 20
+fuzz:
+	@scripts/install-deps.sh fuzz
+	CC=clang CXX=clang++ cmake -S . -B build-fuzz -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo \
+	  -DHYLORN_FUZZ=ON -DHYLORN_TESTS=OFF $(CMAKE_FLAGS)
+	cmake --build build-fuzz -j $(JOBS)
+	@for f in build-fuzz/fuzz/fuzz_*; do \
+	  echo "== $$f"; $$f -max_total_time=$(FUZZ_SECONDS) -print_final_stats=1 || exit 1; \
+	done
+
+demo: all
+	@if [ -x build/tools/hylorn_demo ]; then build/tools/hylorn_demo; \
+	else echo "the demo arrives with the certificate layer"; fi
+
+clean:
+	rm -rf build build-sanitize build-bench build-fuzz

@@ -1,0 +1,43 @@
+#include "support/error_list.h"
+
+#include <cstdio>
+#include <cstring>
+#include <sstream>
+
+#include "frame/error.h"
+#include "hylorn.h"
+
+namespace hylorn_test {
+
+std::ostream& operator<<(std::ostream& os, const ErrEntry& e) {
+  return os << "(" << e.func_no << ", " << e.err_no << ", \"" << e.msg << "\")";
+}
+
+void clear_errors() { hylorn::Crypt_Clear_Err(); }
+
+std::string error_text() {
+  char out[HYLORN_ERR_TEXT_SIZE];
+  out[0] = '\0';
+  Crypt_Get_Err(out);
+  return out;
+}
+
+std::vector<ErrEntry> read_errors() {
+  std::vector<ErrEntry> entries;
+  std::istringstream lines(error_text());
+  std::string line;
+  while (std::getline(lines, line)) {
+    ErrEntry e{};
+    int consumed = 0;
+    if (std::sscanf(line.c_str(), "func_no = %d err_no = %d err_msg = %n", &e.func_no,
+                    &e.err_no, &consumed) == 2) {
+      e.msg = line.substr(static_cast<std::size_t>(consumed));
+    } else {
+      e.msg = "<unparsed: " + line + ">";
+    }
+    entries.push_back(e);
+  }
+  return entries;
+}
+
+}  // namespace hylorn_test

@@ -1,0 +1,28 @@
+// Allocation-failure injection for tests. Test binaries link with --wrap=malloc, so
+// every malloc of the library passes through here.
+#pragma once
+
+namespace hylorn_test {
+
+// Counts the malloc calls made while it lives.
+class MallocCounter {
+ public:
+  MallocCounter();
+  ~MallocCounter();
+  MallocCounter(const MallocCounter&) = delete;
+  MallocCounter& operator=(const MallocCounter&) = delete;
+  int count() const;
+};
+
+// While it lives, the n-th malloc call from its construction on (1-based) returns null;
+// all others succeed.
+class FailNthMalloc {
+ public:
+  explicit FailNthMalloc(int n);
+  ~FailNthMalloc();
+  FailNthMalloc(const FailNthMalloc&) = delete;
+  FailNthMalloc& operator=(const FailNthMalloc&) = delete;
+  bool fired() const;
+};
+
+}  // namespace hylorn_test
