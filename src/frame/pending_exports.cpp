@@ -9,9 +9,6 @@ extern "C" HYLORN_API unsigned int PEM2DER_data_format(const char*, int, unsigne
                                                        unsigned int*) {
   return 1;
 }
-extern "C" HYLORN_API const unsigned char* Crypt_GetBMPTable(const unsigned char* table) {
-  return table;
-}
 extern "C" HYLORN_API unsigned int Crypt_Char2Int(const char*, unsigned char*, unsigned int*) {
   return 1;
 }
