@@ -21,8 +21,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   std::vector<char> pem(data, data + size);
   std::vector<unsigned char> der(3 * size / 4);
   unsigned derLen = 0;
-  const unsigned result = PEM2DER_data_format(pem.data(), static_cast<int>(size), der.data(),
-                                              &derLen);
+  const unsigned result =
+      PEM2DER_data_format(pem.data(), static_cast<int>(size), der.data(), &derLen);
   if (result != 0) {
     char err[HYLORN_ERR_TEXT_SIZE] = {};
     Crypt_Get_Err(err);

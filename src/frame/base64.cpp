@@ -46,7 +46,9 @@ bool gather_group(const char* in, std::size_t n, std::size_t* pos, Group* g) {
 
 }  // namespace
 
-bool is_base64_char(char c) { return kSextet[static_cast<u8>(c)] != kSkip; }
+bool is_base64_char(char c) {
+  return kSextet[static_cast<u8>(c)] != kSkip;
+}
 
 u32 base64_encode(const u8* in, u32 inLen, char* out) {
   u32 i = 0;

@@ -16,7 +16,9 @@ namespace {
 
 constexpr std::size_t kLineChars = 64;
 
-const char* or_empty(const char* text) { return text ? text : ""; }
+const char* or_empty(const char* text) {
+  return text ? text : "";
+}
 
 // Writes len characters of text and CR LF at out + *at.
 void put_line(char* out, std::size_t* at, const char* text, std::size_t len) {

@@ -67,9 +67,16 @@ std::string openssl_decimal(const Bytes& in) {
 
 TEST(Char2Int, Boundaries) {
   const std::pair<std::string, const char*> cases[] = {
-      {"255", "ff"},     {"256", "0100"},   {"0", "00"},          {"000", "00"},
-      {"", "00"},        {"000255", "ff"},  {"65535", "ffff"},    {"4294967296", "0100000000"},
-      {"1", "01"},       {"128", "80"},
+      {"255", "ff"},
+      {"256", "0100"},
+      {"0", "00"},
+      {"000", "00"},
+      {"", "00"},
+      {"000255", "ff"},
+      {"65535", "ffff"},
+      {"4294967296", "0100000000"},
+      {"1", "01"},
+      {"128", "80"},
       // 10^128 - 1 needs 426 bits: 54 bytes, the documented room.
       {std::string(128, '9'), nullptr}};
   for (const auto& [text, hex] : cases) {
@@ -105,8 +112,8 @@ TEST(Char2Int, RandomNumbersOfEveryLengthMatchOpenSsl) {
 // of up to 128 characters makes a number that fits the 54 documented bytes.
 TEST(Char2Int, OtherCharactersCountAsWideDigits) {
   std::mt19937 rng(256);
-  std::vector<std::string> texts = {std::string(128, '/'), std::string(128, '\xff'), ":", "1:",
-                                    " 7", "9\x80"};
+  std::vector<std::string> texts = {
+      std::string(128, '/'), std::string(128, '\xff'), ":", "1:", " 7", "9\x80"};
   for (int i = 0; i < 200; ++i) {
     std::string t(1 + rng() % 128, ' ');
     for (auto& c : t) c = static_cast<char>(1 + rng() % 255);
@@ -123,8 +130,10 @@ TEST(Char2Int, OtherCharactersCountAsWideDigits) {
 TEST(Int2Char, Boundaries) {
   std::string out;
   const std::pair<const char*, const char*> cases[] = {
-      {"", "0"},     {"00", "0"},     {"00000000", "0"}, {"0100", "256"},
-      {"ff", "255"}, {"000001", "1"}, {"0a", "10"},      {"ffffffffffffffff", "18446744073709551615"}};
+      {"", "0"},         {"00", "0"},
+      {"00000000", "0"}, {"0100", "256"},
+      {"ff", "255"},     {"000001", "1"},
+      {"0a", "10"},      {"ffffffffffffffff", "18446744073709551615"}};
   for (auto [hex, dec] : cases) {
     ASSERT_TRUE(int2char(from_hex(hex), &out)) << hex;
     EXPECT_EQ(out, dec) << hex;

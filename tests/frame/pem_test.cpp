@@ -106,8 +106,8 @@ bool openssl_read(const std::string& text, std::string* name, Bytes* der) {
 TEST(DerToPem, LinesOf64WithoutAnEmptyLastLine) {
   const std::string b64_48(64, 'A'), b64_49 = b64_48 + "AA==";
   EXPECT_EQ(der2pem(Bytes(48)), std::string(kBegin) + "\r\n" + b64_48 + "\r\n" + kEnd + "\r\n");
-  EXPECT_EQ(der2pem(Bytes(49)), std::string(kBegin) + "\r\n" + b64_48 + "\r\nAA==\r\n" + kEnd +
-                                    "\r\n");
+  EXPECT_EQ(der2pem(Bytes(49)),
+            std::string(kBegin) + "\r\n" + b64_48 + "\r\nAA==\r\n" + kEnd + "\r\n");
   EXPECT_EQ(der2pem(Bytes(49), "", ""), b64_48 + "\r\nAA==\r\n");
   EXPECT_EQ(der2pem(bytes_of("foob"), "", "F"), "Zm9vYg==\r\nF\r\n");
   EXPECT_EQ(der2pem({}, "H", ""), "H\r\n");
@@ -173,8 +173,7 @@ TEST_P(PemToDerCases, ScansAsDocumented) {
 INSTANTIATE_TEST_SUITE_P(
     Cases, PemToDerCases,
     ::testing::Values(
-        PemCase{"Empty", "", "", 0},
-        PemCase{"BareBase64", "Zm9v\r\nYmFy\r\n", "666f6f626172", 0},
+        PemCase{"Empty", "", "", 0}, PemCase{"BareBase64", "Zm9v\r\nYmFy\r\n", "666f6f626172", 0},
         PemCase{"Armoured", "-----B-----\r\nZm9v\r\nYmFy\r\n-----E-----\r\n", "666f6f626172", 0},
         PemCase{"TextBeforeAndAfterIgnored", "junk -----B-----Zm9v-----E----- Zm9v", "666f6f", 0},
         // The body starts five characters after the first dash in the label.
