@@ -49,7 +49,7 @@ inline Bytes random_bytes(std::mt19937& rng, std::size_t n) {
   return b;
 }
 
-// Routes block work through one engine while it lives; skips the test if the CPU lacks it.
+// Routes block work through one engine while it lives; ok() is false if the CPU lacks it.
 class ForcedPath {
  public:
   explicit ForcedPath(hylorn::IdeaPath p) : ok_(hylorn::idea_force_path(p)) {}
@@ -61,14 +61,5 @@ class ForcedPath {
  private:
   bool ok_;
 };
-
-inline const char* path_name(hylorn::IdeaPath p) {
-  switch (p) {
-    case hylorn::IdeaPath::scalar: return "scalar";
-    case hylorn::IdeaPath::sse2: return "sse2";
-    case hylorn::IdeaPath::avx2: return "avx2";
-    default: return "automatic";
-  }
-}
 
 }  // namespace idea_test
