@@ -147,7 +147,6 @@ IdeaPath active_path() {
   return forced_path == IdeaPath::automatic ? widest : forced_path;
 }
 
-// The key as a 128-bit number, rotated left by 25 bits between groups of eight subkeys.
 u64 load_be64(const u8* p) {
   u64 v = 0;
   for (int i = 0; i < 8; ++i) v = v << 8 | p[i];
@@ -170,6 +169,7 @@ u16 idea_mul_inverse(u16 a) {
   return result;
 }
 
+// The key as a 128-bit number hi:lo, rotated left by 25 bits after every eight subkeys.
 void idea_encrypt_schedule(const u8 key[IDEA_KEY_LEN], IdeaSchedule* out) {
   u64 hi = load_be64(key), lo = load_be64(key + 8);
   for (int i = 0; i < IDEA_SUBKEYS; ++i) {
