@@ -4,14 +4,6 @@
 using u8 = unsigned char;
 using u32 = unsigned int;
 
-extern "C" HYLORN_API int Crypt_Decode_Pubkey_Info(const u8*, int, u32*, u8*, u8*) { return -1; }
-extern "C" HYLORN_API int Crypt_Decode_Prikey_Info(const u8*, int, u32*, u8*, u8*, u8*, u8*, u8*,
-                                                   u8*, u8*, u8*) {
-  return -1;
-}
-extern "C" HYLORN_API u32 Crypt_Restore_Key(const char*, const u8*, int, const u8*, int) {
-  return 1;
-}
 extern "C" HYLORN_API u32 Crypt_GenRSAKeyPair(const char*, u32, u8*, u32*, u8*, u32*) { return 1; }
 extern "C" HYLORN_API u32 Crypt_GetRSAPublicKey(const char*, u32, u8*, u32*) { return 1; }
 extern "C" HYLORN_API u32 Crypt_Gen_Signature(int, const char*, const char*, const u8*, u32, u8*,

@@ -1,0 +1,145 @@
+#include "openssl_keys.h"
+
+#include <openssl/bn.h>
+#include <openssl/core_names.h>
+#include <openssl/rsa.h>
+#include <openssl/x509.h>
+#include <stdlib.h>
+
+#include <cstdio>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <stdexcept>
+
+namespace keys_test {
+namespace {
+
+struct CtxFree {
+  void operator()(EVP_PKEY_CTX* c) const { EVP_PKEY_CTX_free(c); }
+  void operator()(EVP_MD_CTX* c) const { EVP_MD_CTX_free(c); }
+};
+
+void require(bool ok, const char* what) {
+  if (!ok) throw std::runtime_error(what);
+}
+
+template <class Encode>
+Bytes der_of(EVP_PKEY* key, Encode encode) {
+  const int n = encode(key, nullptr);
+  require(n > 0, "i2d");
+  Bytes out(static_cast<std::size_t>(n));
+  unsigned char* p = out.data();
+  encode(key, &p);
+  return out;
+}
+
+EvpKey load_der(int selection_private, const Bytes& der) {
+  const unsigned char* p = der.data();
+  EVP_PKEY* key = selection_private
+                      ? d2i_PrivateKey(EVP_PKEY_RSA, nullptr, &p, static_cast<long>(der.size()))
+                      : d2i_PublicKey(EVP_PKEY_RSA, nullptr, &p, static_cast<long>(der.size()));
+  return EvpKey(key);
+}
+
+// One raw EVP_PKEY operation (encrypt, decrypt, verify-recover) into a block-sized buffer.
+template <class Init, class Run>
+Bytes run_raw(EVP_PKEY* key, int padding, const Bytes& in, Init init, Run run) {
+  std::unique_ptr<EVP_PKEY_CTX, CtxFree> ctx(EVP_PKEY_CTX_new(key, nullptr));
+  require(ctx != nullptr, "EVP_PKEY_CTX_new");
+  if (init(ctx.get()) <= 0 || EVP_PKEY_CTX_set_rsa_padding(ctx.get(), padding) <= 0) return {};
+  Bytes out(static_cast<std::size_t>(EVP_PKEY_get_size(key)));
+  std::size_t n = out.size();
+  if (run(ctx.get(), out.data(), &n, in.data(), in.size()) <= 0) return {};
+  out.resize(n);
+  return out;
+}
+
+}  // namespace
+
+EvpKey openssl_rsa(unsigned bits) {
+  EVP_PKEY* key = EVP_PKEY_Q_keygen(nullptr, nullptr, "RSA", static_cast<std::size_t>(bits));
+  require(key != nullptr, "EVP_PKEY_Q_keygen");
+  return EvpKey(key);
+}
+
+Bytes public_der(EVP_PKEY* key) {
+  return der_of(key, [](EVP_PKEY* k, unsigned char** p) { return i2d_PublicKey(k, p); });
+}
+
+Bytes private_der(EVP_PKEY* key) {
+  return der_of(key, [](EVP_PKEY* k, unsigned char** p) { return i2d_PrivateKey(k, p); });
+}
+
+EvpKey load_public_der(const Bytes& der) { return load_der(0, der); }
+EvpKey load_private_der(const Bytes& der) { return load_der(1, der); }
+
+bool key_checks(EVP_PKEY* key) {
+  std::unique_ptr<EVP_PKEY_CTX, CtxFree> ctx(EVP_PKEY_CTX_new(key, nullptr));
+  return ctx != nullptr && EVP_PKEY_check(ctx.get()) == 1;
+}
+
+Bytes key_number(EVP_PKEY* key, const char* name, int width) {
+  BIGNUM* bn = nullptr;
+  require(EVP_PKEY_get_bn_param(key, name, &bn) == 1, name);
+  Bytes out(static_cast<std::size_t>(width));
+  const int ok = BN_bn2binpad(bn, out.data(), width);
+  BN_free(bn);
+  require(ok == width, "BN_bn2binpad");
+  return out;
+}
+
+Bytes openssl_sign(EVP_PKEY* key, const EVP_MD* md, const Bytes& data) {
+  std::unique_ptr<EVP_MD_CTX, CtxFree> ctx(EVP_MD_CTX_new());
+  require(EVP_DigestSignInit(ctx.get(), nullptr, md, nullptr, key) == 1, "DigestSignInit");
+  std::size_t n = 0;
+  require(EVP_DigestSign(ctx.get(), nullptr, &n, data.data(), data.size()) == 1, "DigestSign");
+  Bytes sig(n);
+  require(EVP_DigestSign(ctx.get(), sig.data(), &n, data.data(), data.size()) == 1, "DigestSign");
+  sig.resize(n);
+  return sig;
+}
+
+bool openssl_verify(EVP_PKEY* key, const EVP_MD* md, const Bytes& data, const Bytes& sig) {
+  std::unique_ptr<EVP_MD_CTX, CtxFree> ctx(EVP_MD_CTX_new());
+  require(EVP_DigestVerifyInit(ctx.get(), nullptr, md, nullptr, key) == 1, "DigestVerifyInit");
+  return EVP_DigestVerify(ctx.get(), sig.data(), sig.size(), data.data(), data.size()) == 1;
+}
+
+Bytes openssl_recover(EVP_PKEY* key, const Bytes& sig, int padding) {
+  return run_raw(key, padding, sig, EVP_PKEY_verify_recover_init, EVP_PKEY_verify_recover);
+}
+
+Bytes openssl_encrypt(EVP_PKEY* key, const Bytes& data) {
+  return run_raw(key, RSA_PKCS1_PADDING, data, EVP_PKEY_encrypt_init, EVP_PKEY_encrypt);
+}
+
+Bytes openssl_decrypt(EVP_PKEY* key, const Bytes& block) {
+  return run_raw(key, RSA_PKCS1_PADDING, block, EVP_PKEY_decrypt_init, EVP_PKEY_decrypt);
+}
+
+TempDir::TempDir() {
+  std::string pattern = (std::filesystem::temp_directory_path() / "hylorn-keys-XXXXXX").string();
+  require(mkdtemp(pattern.data()) != nullptr, "mkdtemp");
+  dir_ = pattern;
+}
+
+TempDir::~TempDir() {
+  std::error_code ec;
+  std::filesystem::remove_all(dir_, ec);
+}
+
+Bytes read_file(const std::string& path) {
+  std::ifstream in(path, std::ios::binary);
+  return Bytes(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
+}
+
+void write_file(const std::string& path, const Bytes& bytes) {
+  std::ofstream out(path, std::ios::binary | std::ios::trunc);
+  out.write(reinterpret_cast<const char*>(bytes.data()), static_cast<std::streamsize>(bytes.size()));
+  require(out.good(), "write_file");
+}
+
+bool file_exists(const std::string& path) { return std::filesystem::exists(path); }
+
+}  // namespace keys_test
