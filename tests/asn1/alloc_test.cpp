@@ -64,10 +64,12 @@ std::vector<AllocCase> cases() {
                    {{{e.func_no, e.func_no == 105 ? 4 : 3, "memory"}}}});
   }
   const std::pair<const char*, const char*> decoded[] = {
-      {"Integer", "02 01 05"},       {"BitString", "03 02 00 ff"},   {"Object", "06 01 2a"},
-      {"OctetString", "04 01 41"},   {"PrintableString", "13 01 41"}, {"T61String", "14 01 41"},
-      {"IA5String", "16 01 41"},     {"UTCTime", "17 01 41"},        {"GeneralizedTime", "18 01 41"},
-      {"BMPString", "1e 02 4e 2d"},  {"ExplicitTag", "a1 02 05 00"}, {"ExplicitTagP", "a1 02 05 00"},
+      {"Integer", "02 01 05"},         {"BitString", "03 02 00 ff"},
+      {"Object", "06 01 2a"},          {"OctetString", "04 01 41"},
+      {"PrintableString", "13 01 41"}, {"T61String", "14 01 41"},
+      {"IA5String", "16 01 41"},       {"UTCTime", "17 01 41"},
+      {"GeneralizedTime", "18 01 41"}, {"BMPString", "1e 02 4e 2d"},
+      {"ExplicitTag", "a1 02 05 00"},  {"ExplicitTagP", "a1 02 05 00"},
   };
   for (auto [name, der] : decoded) {
     const auto& d = asn1_test::decoder(name);
@@ -84,9 +86,8 @@ std::vector<AllocCase> cases() {
                    return r;
                  },
                  {{{113, 1, "memory"}}}});
-  for (auto [name, encode_list, fn] :
-       {std::tuple{"Sequence", &hylorn::ASN1_Encode_Sequence, 107},
-        std::tuple{"Set", &hylorn::ASN1_Encode_Set, 109}}) {
+  for (auto [name, encode_list, fn] : {std::tuple{"Sequence", &hylorn::ASN1_Encode_Sequence, 107},
+                                       std::tuple{"Set", &hylorn::ASN1_Encode_Set, 109}}) {
     all.push_back({std::string("EncodeEmpty") + name,
                    [encode_list = encode_list] {
                      hylorn::DATA_BUFFER out{0, nullptr};
@@ -111,12 +112,13 @@ std::vector<AllocCase> cases() {
        {std::tuple{"Sequence", "30", 138, 108, "new ASN1_SEQUENCE"},
         std::tuple{"Set", "31", 141, 110, "new ASN1_SET"}}) {
     const std::string der = std::string(tag) + "06 02 01 05 04 01 41";
-    all.push_back({std::string("Decode") + name,
-                   [name = name, der] { return asn1_test::decode_exact(name, from_hex(der)).result; },
-                   {{{new_fn, 1, "malloc"}, {fn, 6, msg}},
-                    {{fn, 10, "memory"}},
-                    {{new_fn, 1, "malloc"}, {fn, 7, msg}},
-                    {{fn, 10, "memory"}}}});
+    all.push_back(
+        {std::string("Decode") + name,
+         [name = name, der] { return asn1_test::decode_exact(name, from_hex(der)).result; },
+         {{{new_fn, 1, "malloc"}, {fn, 6, msg}},
+          {{fn, 10, "memory"}},
+          {{new_fn, 1, "malloc"}, {fn, 7, msg}},
+          {{fn, 10, "memory"}}}});
   }
   for (auto [name, make, fn] : {std::tuple{"NewSequence", &hylorn::new_ASN1_SEQUENCE, 138},
                                 std::tuple{"NewSet", &hylorn::new_ASN1_SET, 141}}) {
@@ -137,23 +139,24 @@ std::vector<AllocCase> cases() {
                    return r;
                  },
                  {{{132, 1, "malloc"}, {101, 2, "copy DATA_BUFFER"}}}});
-  all.push_back({"U2lSignature",
-                 [] {
-                   hylorn::USER_X509_ALG_ID user{};
-                   user.algorithm = 3;
-                   user.parametersLength = 2;
-                   hylorn::X509_ALG_ID alg;
-                   hylorn::ini_X509_ALG_ID(&alg);
-                   const u32 r = hylorn::u2l_signature(&user, &alg);
-                   if (r != 0) {  // a failed conversion leaves the record empty
-                     EXPECT_EQ(alg.algorithm.oid.data, nullptr);
-                     EXPECT_EQ(alg.parameters.data, nullptr);
-                   }
-                   hylorn::free_X509_ALG_ID(&alg);
-                   return r;
-                 },
-                 {{{132, 1, "malloc"}, {101, 2, "copy DATA_BUFFER"}, {303, 2, "ASN1_Find_Object_ID"}},
-                  {{303, 3, "malloc"}}}});
+  all.push_back(
+      {"U2lSignature",
+       [] {
+         hylorn::USER_X509_ALG_ID user{};
+         user.algorithm = 3;
+         user.parametersLength = 2;
+         hylorn::X509_ALG_ID alg;
+         hylorn::ini_X509_ALG_ID(&alg);
+         const u32 r = hylorn::u2l_signature(&user, &alg);
+         if (r != 0) {  // a failed conversion leaves the record empty
+           EXPECT_EQ(alg.algorithm.oid.data, nullptr);
+           EXPECT_EQ(alg.parameters.data, nullptr);
+         }
+         hylorn::free_X509_ALG_ID(&alg);
+         return r;
+       },
+       {{{132, 1, "malloc"}, {101, 2, "copy DATA_BUFFER"}, {303, 2, "ASN1_Find_Object_ID"}},
+        {{303, 3, "malloc"}}}});
   return all;
 }
 

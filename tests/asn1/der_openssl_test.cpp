@@ -103,17 +103,15 @@ Bytes object_arcs(std::size_t n, std::mt19937&) {  // 1.2.1.1.1...
 
 const Checked kChecked[] = {
     {"Integer", parse_integer, random_bytes},
-    {"BitString",
-     parse_string<ASN1_BIT_STRING, d2i_ASN1_BIT_STRING, ASN1_BIT_STRING_free>, random_bytes},
+    {"BitString", parse_string<ASN1_BIT_STRING, d2i_ASN1_BIT_STRING, ASN1_BIT_STRING_free>,
+     random_bytes},
     {"Object", parse_object, object_arcs},
-    {"OctetString",
-     parse_string<ASN1_OCTET_STRING, d2i_ASN1_OCTET_STRING, ASN1_OCTET_STRING_free>,
+    {"OctetString", parse_string<ASN1_OCTET_STRING, d2i_ASN1_OCTET_STRING, ASN1_OCTET_STRING_free>,
      random_bytes},
     {"PrintableString",
      parse_string<ASN1_PRINTABLESTRING, d2i_ASN1_PRINTABLESTRING, ASN1_PRINTABLESTRING_free>,
      printable},
-    {"IA5String", parse_string<ASN1_IA5STRING, d2i_ASN1_IA5STRING, ASN1_IA5STRING_free>,
-     printable},
+    {"IA5String", parse_string<ASN1_IA5STRING, d2i_ASN1_IA5STRING, ASN1_IA5STRING_free>, printable},
     {"UTCTime", parse_string<ASN1_UTCTIME, d2i_ASN1_UTCTIME, ASN1_UTCTIME_free>, printable},
     {"GeneralizedTime",
      parse_string<ASN1_GENERALIZEDTIME, d2i_ASN1_GENERALIZEDTIME, ASN1_GENERALIZEDTIME_free>,
@@ -169,9 +167,9 @@ TEST(OpenSslReadsOurs, Booleans) {
 // into the same elements.
 TEST(OpenSslReadsOurs, SequencesAndSets) {
   using Split = STACK_OF(ASN1_TYPE) * (*)(STACK_OF(ASN1_TYPE)**, const unsigned char**, long);
-  const std::tuple<u32 (*)(const hylorn::ASN1_SEQUENCE*, hylorn::DATA_BUFFER*), Split> kinds[] =
-      {{hylorn::ASN1_Encode_Sequence, d2i_ASN1_SEQUENCE_ANY},
-       {hylorn::ASN1_Encode_Set, d2i_ASN1_SET_ANY}};
+  const std::tuple<u32 (*)(const hylorn::ASN1_SEQUENCE*, hylorn::DATA_BUFFER*), Split> kinds[] = {
+      {hylorn::ASN1_Encode_Sequence, d2i_ASN1_SEQUENCE_ANY},
+      {hylorn::ASN1_Encode_Set, d2i_ASN1_SET_ANY}};
   for (auto [encode_list, split] : kinds) {
     for (u32 first : {0u, 1u, 120u, 123u, 124u, 250u, 251u, 65528u, 65529u}) {
       const Bytes a(first, 0x11), b(2, 0x22);
@@ -182,11 +180,11 @@ TEST(OpenSslReadsOurs, SequencesAndSets) {
       if (first == 0) {
         ASSERT_EQ(hylorn::copy_DATA_BUFFER(&head->value, 2, Bytes{0x04, 0x00}.data()), 0u);
       } else {
-        ASSERT_EQ(hylorn::ASN1_Encode_Octet_String({first, const_cast<u8*>(a.data())},
-                                                   &head->value), 0u);
+        ASSERT_EQ(
+            hylorn::ASN1_Encode_Octet_String({first, const_cast<u8*>(a.data())}, &head->value), 0u);
       }
-      ASSERT_EQ(hylorn::ASN1_Encode_Octet_String({2, const_cast<u8*>(b.data())},
-                                                 &head->next->value), 0u);
+      ASSERT_EQ(
+          hylorn::ASN1_Encode_Octet_String({2, const_cast<u8*>(b.data())}, &head->next->value), 0u);
       hylorn::DATA_BUFFER out{0, nullptr};
       ASSERT_EQ(encode_list(head, &out), 0u);
       hylorn::free_ASN1_SEQUENCE(head);

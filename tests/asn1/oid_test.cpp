@@ -1,5 +1,7 @@
 // The object identifier table against the dotted forms of the identifiers: the octets
 // are derived here from the text, and OpenSSL derives them independently.
+#include "asn1/oid.h"
+
 #include <gtest/gtest.h>
 #include <openssl/asn1.h>
 #include <openssl/objects.h>
@@ -8,10 +10,8 @@
 #include <string>
 
 #include "asn1/algorithm.h"
-#include "asn1/oid.h"
 #include "frame/error.h"
 #include "support/error_list.h"
-#include "support/fail_malloc.h"
 #include "support/hex.h"
 
 namespace {
@@ -32,6 +32,7 @@ struct Dotted {
 };
 
 // The identifiers the library knows by number, in table order.
+// clang-format off
 const Dotted kDotted[] = {
     {1, "1.2.840.113549.1.1.2"}, {2, "1.2.840.113549.1.1.4"}, {3, "1.3.14.3.2.29"},
     {4, "1.2.10040.4.3"}, {5, "0.0"}, {6, "0.0"}, {7, "1.2.840.113549.1.1"},
@@ -74,6 +75,7 @@ const Dotted kDotted[] = {
     {130, "2.16.840.1.113731.14"}, {131, "2.16.840.1.113731.15"}, {132, "2.16.840.1.113731.16"},
     {133, "2.16.840.1.113731.17"}, {134, "2.16.840.1.113731.18"}, {135, "2.16.840.1.113731.19"},
 };
+// clang-format on
 
 // X.690 content octets: 40 * first + second, then every arc in base 128, high groups
 // first, bit 8 set on all but the last octet of an arc.
@@ -85,7 +87,8 @@ Bytes content_octets(const std::string& dotted) {
   Bytes out;
   for (std::size_t i = 1; i < arcs.size(); ++i) {
     Bytes groups{u8(arcs[i] & 0x7F)};
-    for (unsigned long v = arcs[i] >> 7; v != 0; v >>= 7) groups.insert(groups.begin(), u8(0x80 | (v & 0x7F)));
+    for (unsigned long v = arcs[i] >> 7; v != 0; v >>= 7)
+      groups.insert(groups.begin(), u8(0x80 | (v & 0x7F)));
     out.insert(out.end(), groups.begin(), groups.end());
   }
   return out;
@@ -103,7 +106,9 @@ Bytes openssl_content_octets(const char* dotted) {
   return out;
 }
 
-Bytes octets_of(const hylorn::OidEntry& e) { return Bytes(e.octets, e.octets + e.length); }
+Bytes octets_of(const hylorn::OidEntry& e) {
+  return Bytes(e.octets, e.octets + e.length);
+}
 
 TEST(ObjectIdTable, HoldsTheIdentifiersInOrderWithTheirOctets) {
   const auto table = hylorn::object_id_table();
@@ -196,11 +201,6 @@ TEST(AlgorithmCodes, MapBothWaysWithoutTouchingTheErrorList) {
   EXPECT_EQ(read_errors(), (Entries{{7, 7, "kept"}}));
 }
 
-struct U2lCase {
-  u32 number;
-  const char* octets;
-};
-
 TEST(U2lSignature, BuildsTheInternalIdentifier) {
   for (auto [number, dotted] : {std::pair{1u, "1.2.840.113549.1.1.2"},
                                 {2u, "1.2.840.113549.1.1.4"},
@@ -232,8 +232,8 @@ TEST(U2lSignature, RefusesUnknownNumbers) {
 
 TEST(L2uSignature, GivesTheCallerNumberAndParameters) {
   Bytes params(1025, 0x5A);
-  for (auto [value, length, expected] : {std::tuple{48u, 1024u, 3u}, {3u, 0u, 3u},
-                                         {8u, 2u, 4u}, {256u + 2, 5u, 2u}}) {
+  for (auto [value, length, expected] :
+       {std::tuple{48u, 1024u, 3u}, {3u, 0u, 3u}, {8u, 2u, 4u}, {256u + 2, 5u, 2u}}) {
     const hylorn::X509_ALG_ID alg{{value, {0, nullptr}}, {length, params.data()}};
     hylorn::USER_X509_ALG_ID user{};
     ASSERT_EQ(hylorn::l2u_signature(&alg, &user), 0u) << value;
