@@ -239,14 +239,4 @@ TEST(Sha1Paths, ExtensionsAndPortableGiveIdenticalStates) {
   }
 }
 
-TEST(Sha1Paths, SelectionSticksUntilReset) {
-  ASSERT_TRUE(hylorn::select_sha1_path(hylorn::Sha1Path::portable));
-  EXPECT_EQ(hylorn::current_sha1_path(), hylorn::Sha1Path::portable);
-  hylorn::select_sha1_path_automatically();
-  auto best = hylorn::sha1_path_available(hylorn::Sha1Path::sha_extensions)
-                  ? hylorn::Sha1Path::sha_extensions
-                  : hylorn::Sha1Path::portable;
-  EXPECT_EQ(hylorn::current_sha1_path(), best);
-}
-
 }  // namespace

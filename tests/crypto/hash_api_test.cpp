@@ -82,17 +82,6 @@ TEST(HashApi, EncodedHashIsTheDigestInfoOfTheDigest) {
   }
 }
 
-TEST(HashApi, EmptyInputIsTheDigestOfTheEmptyMessage) {
-  unsigned char out[20];
-  unsigned len = 0;
-  ASSERT_EQ(Crypt_Gen_Hash(2, nullptr, 0, out, &len), 0);
-  EXPECT_EQ(to_hex(out, len), "d41d8cd98f00b204e9800998ecf8427e");
-  unsigned char encoded[35];
-  ASSERT_EQ(Crypt_Gen_Encoded_Hash(6, nullptr, 0, encoded, &len), 0);
-  EXPECT_EQ(to_hex(encoded, len),
-            "3021300906052b0e03021a05000414da39a3ee5e6b4b0d3255bfef95601890afd80709");
-}
-
 TEST(HashApi, RefusedNumbersWriteNothing) {
   for (int alg : {0, 4, 8, 9, -1, 100, INT_MIN, INT_MAX}) {
     Bytes out(40, 0xEE);
