@@ -20,12 +20,13 @@ test-sanitize:
 	cmake --build build-sanitize -j $(JOBS)
 	ASAN_OPTIONS=detect_leaks=1 ctest --test-dir build-sanitize --output-on-failure -j $(JOBS)
 
+# Each word of BENCH_ARGS reaches the benchmark quoted, so filters such as md|sha work.
 bench:
 	@scripts/install-deps.sh bench
 	cmake -S . -B build-bench -G Ninja -DCMAKE_BUILD_TYPE=Release -DHYLORN_BENCH=ON \
 	  -DHYLORN_TESTS=OFF $(CMAKE_FLAGS)
 	cmake --build build-bench -j $(JOBS) --target hylorn_bench
-	build-bench/bench/hylorn_bench $(BENCH_ARGS)
+	build-bench/bench/hylorn_bench $(foreach a,$(BENCH_ARGS),'$(a)')
 
 # Builds the libFuzzer targets and runs each for FUZZ_SECONDS.
 FUZZ_SECONDS ?= 20

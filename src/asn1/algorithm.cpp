@@ -27,7 +27,7 @@ u32 u2l_signature(const USER_X509_ALG_ID* user, X509_ALG_ID* alg) {
   alg->algorithm.oidValue = oid_value & 0xFFu;
   if (ASN1_Find_Object_ID(&alg->algorithm) != 0) return err.fail(2, "ASN1_Find_Object_ID");
   auto release = on_exit([&] { free_ASN1_OBJECT_ID(&alg->algorithm); });
-  // Our own copy rather than copy_DATA_BUFFER, whose entry would come before ours.
+  // Allocated here so that a failure is this function's own "malloc" entry.
   if (user->parametersLength > 0) {
     auto* p = static_cast<u8*>(std::malloc(user->parametersLength));
     if (p == nullptr) return err.fail(3, "malloc");

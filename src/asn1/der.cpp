@@ -57,7 +57,9 @@ u32 copy_contents(const ErrorScope& err, int memory_err, const u8* contents, u32
 }
 
 // Encoder steps shared by all: refuse empty contents, then size the element whose
-// contents are in_length bytes plus `lead` octets written in front of them.
+// contents are in_length bytes plus `lead` octets written in front of them. "data too
+// length" is an element past 2^32 - 1 bytes; a length-octet count outside 1 to 5, which
+// some callers know as "data length", cannot arise from a 32-bit length.
 u32 size_element(const ErrorScope& err, u32 in_length, u32 lead, u32* size) {
   if (in_length == 0) return err.fail(1, "data length equal zero");
   *size = der_element_size(u64{in_length} + lead);
@@ -66,8 +68,8 @@ u32 size_element(const ErrorScope& err, u32 in_length, u32 lead, u32* size) {
 }
 
 // Allocates the element and writes its header; *body is where the contents go.
-u32 start_element(const ErrorScope& err, int memory_err, u8 tag, u32 contents_length,
-                  u32 size, DATA_BUFFER* out, u8** body) {
+u32 start_element(const ErrorScope& err, int memory_err, u8 tag, u32 contents_length, u32 size,
+                  DATA_BUFFER* out, u8** body) {
   auto* p = static_cast<u8*>(std::malloc(size));
   if (p == nullptr) return err.fail(memory_err, "memory");
   *body = write_der_header(p, tag, contents_length);
@@ -247,7 +249,8 @@ u32 ASN1_Decode_Explicit_Tag(u32 total, const u8* der, DATA_BUFFER* out, u8* tag
   return decode_explicit(126, total, der, out, tag);
 }
 u32 ASN1_Decode_Explicit_Tag_P(const DATA_BUFFER* in, DATA_BUFFER* out, u8* tag) {
-  return decode_explicit(223, in->length, in->data, out, tag);
+  return in != nullptr ? decode_explicit(223, in->length, in->data, out, tag)
+                       : decode_explicit(223, 0, nullptr, out, tag);
 }
 
 }  // namespace hylorn

@@ -37,17 +37,17 @@ u32 ASN1_Encode_Object(ASN1_OBJECT_ID obj, DATA_BUFFER* out);
 u32 ASN1_Decode_Object(u32 total, const u8* der, ASN1_OBJECT_ID* out);
 
 // String-like types, contents as given and as found (no character-set or format check).
-u32 ASN1_Encode_Octet_String(DATA_BUFFER in, DATA_BUFFER* out);      // 119, tag 04
-u32 ASN1_Decode_Octet_String(u32 total, const u8* der, DATA_BUFFER* out);  // 120
-u32 ASN1_Encode_PrintableString(DATA_BUFFER in, DATA_BUFFER* out);   // 115, tag 13
+u32 ASN1_Encode_Octet_String(DATA_BUFFER in, DATA_BUFFER* out);               // 119, tag 04
+u32 ASN1_Decode_Octet_String(u32 total, const u8* der, DATA_BUFFER* out);     // 120
+u32 ASN1_Encode_PrintableString(DATA_BUFFER in, DATA_BUFFER* out);            // 115, tag 13
 u32 ASN1_Decode_PrintableString(u32 total, const u8* der, DATA_BUFFER* out);  // 116
-u32 ASN1_Encode_IA5String(DATA_BUFFER in, DATA_BUFFER* out);         // 117, tag 16
-u32 ASN1_Decode_IA5String(u32 total, const u8* der, DATA_BUFFER* out);  // 118
-u32 ASN1_Encode_UTCTime(DATA_BUFFER in, DATA_BUFFER* out);           // 121, tag 17
-u32 ASN1_Decode_UTCTime(u32 total, const u8* der, DATA_BUFFER* out);  // 122
-u32 ASN1_Encode_GeneralizedTime(DATA_BUFFER in, DATA_BUFFER* out);   // 123, tag 18
+u32 ASN1_Encode_IA5String(DATA_BUFFER in, DATA_BUFFER* out);                  // 117, tag 16
+u32 ASN1_Decode_IA5String(u32 total, const u8* der, DATA_BUFFER* out);        // 118
+u32 ASN1_Encode_UTCTime(DATA_BUFFER in, DATA_BUFFER* out);                    // 121, tag 17
+u32 ASN1_Decode_UTCTime(u32 total, const u8* der, DATA_BUFFER* out);          // 122
+u32 ASN1_Encode_GeneralizedTime(DATA_BUFFER in, DATA_BUFFER* out);            // 123, tag 18
 u32 ASN1_Decode_GeneralizedTime(u32 total, const u8* der, DATA_BUFFER* out);  // 124
-u32 ASN1_Decode_T61String(u32 total, const u8* der, DATA_BUFFER* out);  // 226, tag 14
+u32 ASN1_Decode_T61String(u32 total, const u8* der, DATA_BUFFER* out);        // 226, tag 14
 
 // BMPString (156, tag 1E) into the caller's local text through the loaded BMP table:
 // code units below 0x100 become one byte, the others the two bytes of their table entry

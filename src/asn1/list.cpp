@@ -20,18 +20,21 @@ struct ListKind {
   DerStepErrors steps;
 };
 
-constexpr ListKind kSequence{107, 108, 138, 0x30, "new ASN1_SEQUENCE",
-                             {{{1, "data length less than 2"},
-                               {2, "tag type error"},
-                               {3, "data length"},
-                               {3, "data length"},
-                               {4, "data length"}}}};
-constexpr ListKind kSet{109, 110, 141, 0x31, "new ASN1_SET",
-                        {{{1, "data length less than 2"},
-                          {2, "tag type error"},
-                          {3, "data length"},
-                          {4, "data length"},
-                          {5, "data length"}}}};
+// The SEQUENCE reports a long-form total mismatch like too many length octets (3),
+// the SET gives each step its own number.
+constexpr DerStepErrors kSequenceSteps = {{{1, "data length less than 2"},
+                                           {2, "tag type error"},
+                                           {3, "data length"},
+                                           {3, "data length"},
+                                           {4, "data length"}}};
+constexpr DerStepErrors kSetSteps = {{{1, "data length less than 2"},
+                                      {2, "tag type error"},
+                                      {3, "data length"},
+                                      {4, "data length"},
+                                      {5, "data length"}}};
+
+constexpr ListKind kSequence{107, 108, 138, 0x30, "new ASN1_SEQUENCE", kSequenceSteps};
+constexpr ListKind kSet{109, 110, 141, 0x31, "new ASN1_SET", kSetSteps};
 
 // Component failures, the same for both kinds.
 constexpr int kErrComponentLengthOctets = 8;
@@ -126,8 +129,12 @@ u32 decode_list(const ListKind& kind, u32 total, const u8* der, ASN1_SEQUENCE** 
 
 }  // namespace
 
-u32 new_ASN1_SEQUENCE(ASN1_SEQUENCE** node) { return new_node(kSequence.new_fn, node); }
-u32 new_ASN1_SET(ASN1_SET** node) { return new_node(kSet.new_fn, node); }
+u32 new_ASN1_SEQUENCE(ASN1_SEQUENCE** node) {
+  return new_node(kSequence.new_fn, node);
+}
+u32 new_ASN1_SET(ASN1_SET** node) {
+  return new_node(kSet.new_fn, node);
+}
 
 u32 free_ASN1_SEQUENCE(ASN1_SEQUENCE* list) {
   while (list != nullptr) {
@@ -139,12 +146,16 @@ u32 free_ASN1_SEQUENCE(ASN1_SEQUENCE* list) {
   return 0;
 }
 
-u32 free_ASN1_SET(ASN1_SET* list) { return free_ASN1_SEQUENCE(list); }
+u32 free_ASN1_SET(ASN1_SET* list) {
+  return free_ASN1_SEQUENCE(list);
+}
 
 u32 ASN1_Encode_Sequence(const ASN1_SEQUENCE* list, DATA_BUFFER* out) {
   return encode_list(kSequence, list, out);
 }
-u32 ASN1_Encode_Set(const ASN1_SET* list, DATA_BUFFER* out) { return encode_list(kSet, list, out); }
+u32 ASN1_Encode_Set(const ASN1_SET* list, DATA_BUFFER* out) {
+  return encode_list(kSet, list, out);
+}
 
 u32 ASN1_Decode_Sequence(u32 total, const u8* der, ASN1_SEQUENCE** list) {
   return decode_list(kSequence, total, der, list);

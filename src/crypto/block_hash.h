@@ -1,6 +1,6 @@
-// Buffering, length counting and padding shared by the digests with 64-byte blocks and
-// a 64-bit bit count (MD5 and SHA-1). They differ only in their block function and in
-// the byte order of the count and of the output words.
+// Block buffering shared by the digests; length counting and padding shared by those with
+// 64-byte blocks and a 64-bit bit count (MD5 and SHA-1), which differ only in their block
+// function and in the byte order of the count and of the output words.
 #pragma once
 
 #include <cstddef>
@@ -27,35 +27,43 @@ inline void store32(u8* p, u32 v, ByteOrder order) {
 
 inline u32 rotl(u32 x, int s) { return (x << s) | (x >> (32 - s)); }
 
+// Tops up the waiting partial block, runs every whole block straight from the input
+// (absorb(blocks, count)) and keeps the rest waiting.
+template <std::size_t BlockSize, class Absorb>
+void buffer_blocks(u8* partial, u32& waiting, const u8* data, u32 length, Absorb absorb) {
+  if (length == 0) return;
+  if (waiting != 0) {
+    u32 take = BlockSize - waiting < length ? static_cast<u32>(BlockSize - waiting) : length;
+    std::memcpy(partial + waiting, data, take);
+    waiting += take;
+    data += take;
+    length -= take;
+    if (waiting < BlockSize) return;
+    absorb(partial, std::size_t{1});
+    waiting = 0;
+  }
+  std::size_t whole = length / BlockSize;
+  if (whole != 0) {
+    absorb(data, whole);
+    data += whole * BlockSize;
+    length -= static_cast<u32>(whole * BlockSize);
+  }
+  if (length != 0) std::memcpy(partial, data, length);
+  waiting = length;
+}
+
 // Ctx has state[], count[2] (bits, low word first), block[64] and num.
 // Compress::blocks(state, data, count) runs the compression function over count whole
 // 64-byte blocks; a type rather than a function pointer keeps the call direct.
 template <class Compress, class Ctx>
 void update(Ctx* ctx, const u8* data, u32 length) {
-  if (length == 0) return;
   u32 low = ctx->count[0] + (length << 3);
   if (low < ctx->count[0]) ++ctx->count[1];
   ctx->count[0] = low;
   ctx->count[1] += length >> 29;
-
-  if (ctx->num != 0) {
-    u32 take = 64 - ctx->num < length ? 64 - ctx->num : length;
-    std::memcpy(ctx->block + ctx->num, data, take);
-    ctx->num += take;
-    data += take;
-    length -= take;
-    if (ctx->num < 64) return;
-    Compress::blocks(ctx->state, ctx->block, 1);
-    ctx->num = 0;
-  }
-  std::size_t whole = length / 64;
-  if (whole != 0) {
-    Compress::blocks(ctx->state, data, whole);
-    data += whole * 64;
-    length -= static_cast<u32>(whole * 64);
-  }
-  if (length != 0) std::memcpy(ctx->block, data, length);
-  ctx->num = length;
+  buffer_blocks<64>(ctx->block, ctx->num, data, length, [ctx](const u8* blocks, std::size_t n) {
+    Compress::blocks(ctx->state, blocks, n);
+  });
 }
 
 // Appends 0x80, zeros up to 56 bytes modulo 64 (an extra block when fewer than 8 bytes

@@ -9,9 +9,9 @@
 
 namespace hylorn {
 
-inline constexpr u32 MD2_DIGEST_SIZE = 16;
-inline constexpr u32 MD5_DIGEST_SIZE = 16;
-inline constexpr u32 SHA1_DIGEST_SIZE = 20;
+inline constexpr u32 MD2_DIGEST_BYTES = 16;
+inline constexpr u32 MD5_DIGEST_BYTES = 16;
+inline constexpr u32 SHA1_DIGEST_BYTES = 20;
 
 struct MD2_CTX {
   u32 count;         // bytes waiting in data

@@ -156,8 +156,12 @@ const T& find(std::span<const T> all, std::string_view name) {
 
 }  // namespace
 
-std::span<const Decoder> decoders() { return kDecoders; }
-const Decoder& decoder(std::string_view name) { return find(decoders(), name); }
+std::span<const Decoder> decoders() {
+  return kDecoders;
+}
+const Decoder& decoder(std::string_view name) {
+  return find(decoders(), name);
+}
 
 Decoded decode_exact(const Decoder& d, const Bytes& der) {
   std::unique_ptr<u8[]> copy(new u8[der.size()]);
@@ -165,8 +169,12 @@ Decoded decode_exact(const Decoder& d, const Bytes& der) {
   return d.run(u32(der.size()), copy.get());
 }
 
-std::span<const Encoder> encoders() { return kEncoders; }
-const Encoder& encoder(std::string_view name) { return find(encoders(), name); }
+std::span<const Encoder> encoders() {
+  return kEncoders;
+}
+const Encoder& encoder(std::string_view name) {
+  return find(encoders(), name);
+}
 
 Encoded encode(const Encoder& e, const Bytes& contents) {
   DATA_BUFFER out{0, nullptr};
@@ -184,6 +192,8 @@ TestBmpTable::TestBmpTable() : table_(2 * HYLORN_BMP_TABLE_ENTRIES) {
   Crypt_GetBMPTable(table_.data());
 }
 
-TestBmpTable::~TestBmpTable() { Crypt_GetBMPTable(nullptr); }
+TestBmpTable::~TestBmpTable() {
+  Crypt_GetBMPTable(nullptr);
+}
 
 }  // namespace asn1_test

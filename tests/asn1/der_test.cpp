@@ -1,9 +1,8 @@
 // Known answers and error entries of the DER primitives.
+#include "asn1/der.h"
+
 #include <gtest/gtest.h>
 
-#include <random>
-
-#include "asn1/der.h"
 #include "asn1/der_reader.h"
 #include "coders.h"
 #include "hylorn.h"
@@ -47,15 +46,13 @@ TEST_P(LengthOctets, WrittenShortestBigEndianAndReadBack) {
   EXPECT_EQ(h.header_size, 1 + expected.size());
 }
 
-INSTANTIATE_TEST_SUITE_P(Boundaries, LengthOctets,
-                         ::testing::Values(LengthCase{0, "00"}, LengthCase{127, "7f"},
-                                           LengthCase{128, "81 80"}, LengthCase{255, "81 ff"},
-                                           LengthCase{256, "82 01 00"},
-                                           LengthCase{65535, "82 ff ff"},
-                                           LengthCase{65536, "83 01 00 00"},
-                                           LengthCase{16777215, "83 ff ff ff"},
-                                           LengthCase{16777216, "84 01 00 00 00"},
-                                           LengthCase{0xFFFFFFFFu, "84 ff ff ff ff"}));
+INSTANTIATE_TEST_SUITE_P(
+    Boundaries, LengthOctets,
+    ::testing::Values(LengthCase{0, "00"}, LengthCase{127, "7f"}, LengthCase{128, "81 80"},
+                      LengthCase{255, "81 ff"}, LengthCase{256, "82 01 00"},
+                      LengthCase{65535, "82 ff ff"}, LengthCase{65536, "83 01 00 00"},
+                      LengthCase{16777215, "83 ff ff ff"}, LengthCase{16777216, "84 01 00 00 00"},
+                      LengthCase{0xFFFFFFFFu, "84 ff ff ff ff"}));
 
 TEST(DerElementSize, RefusesWhatDoesNotFitThirtyTwoBits) {
   EXPECT_EQ(hylorn::der_element_size(0xFFFFFFF9u), 0xFFFFFFFFu);
@@ -89,12 +86,9 @@ INSTANTIATE_TEST_SUITE_P(
     Primitives, DecodeKnownAnswer,
     ::testing::Values(
         DecodeCase{"Integer", "02 03 00 80 00", "80 00", 0},
-        DecodeCase{"Integer", "02 01 00", "00", 0},
-        DecodeCase{"Integer", "02 02 00 00", "00", 0},
-        DecodeCase{"Integer", "02 02 00 7f", "7f", 0},
-        DecodeCase{"Integer", "02 01 80", "80", 0},
-        DecodeCase{"Integer", "02 00", "", 0},
-        DecodeCase{"OctetString", "04 00", "", 0},
+        DecodeCase{"Integer", "02 01 00", "00", 0}, DecodeCase{"Integer", "02 02 00 00", "00", 0},
+        DecodeCase{"Integer", "02 02 00 7f", "7f", 0}, DecodeCase{"Integer", "02 01 80", "80", 0},
+        DecodeCase{"Integer", "02 00", "", 0}, DecodeCase{"OctetString", "04 00", "", 0},
         DecodeCase{"OctetString", "04 80", "", 0},
         DecodeCase{"OctetString", "04 81 05 01 02 03 04 05", "01 02 03 04 05", 0},
         DecodeCase{"OctetString", "04 84 00 00 00 02 aa bb", "aa bb", 0},
@@ -105,8 +99,7 @@ INSTANTIATE_TEST_SUITE_P(
         DecodeCase{"BitString", "03 01 00", "", 0},
         DecodeCase{"Object", "06 03 55 04 03", "55 04 03", 77},
         DecodeCase{"PrintableString", "13 02 41 42", "41 42", 0},
-        DecodeCase{"T61String", "14 02 41 42", "41 42", 0},
-        DecodeCase{"T61String", "14 00", "", 0},
+        DecodeCase{"T61String", "14 02 41 42", "41 42", 0}, DecodeCase{"T61String", "14 00", "", 0},
         DecodeCase{"IA5String", "16 02 41 42", "41 42", 0},
         DecodeCase{"UTCTime", "17 02 41 42", "41 42", 0},
         DecodeCase{"GeneralizedTime", "18 02 41 42", "41 42", 0},
@@ -116,20 +109,20 @@ INSTANTIATE_TEST_SUITE_P(
         DecodeCase{"ExplicitTagP", "a0 80", "", 0}));
 
 // Entry u of the test table is (u >> 8) ^ 0x11, (u & 0xFF) ^ 0x22, then bit 7 is set.
-INSTANTIATE_TEST_SUITE_P(
-    BmpString, DecodeKnownAnswer,
-    ::testing::Values(DecodeCase{"BMPString", "1e 04 00 41 00 42", "41 42", 0},
-                      DecodeCase{"BMPString", "1e 02 4e 2d", "df 8f", 0},
-                      DecodeCase{"BMPString", "1e 02 80 00", "91 a2", 0},
-                      DecodeCase{"BMPString", "1e 04 00 e9 4e 2d", "e9 df 8f", 0},
-                      DecodeCase{"BMPString", "1e 00", "", 0},
-                      DecodeCase{"BMPString", "1e 03 00 41 00", "41", 0},
-                      DecodeCase{"BMPString", "1e 01 4e", "", 0}));
+INSTANTIATE_TEST_SUITE_P(BmpString, DecodeKnownAnswer,
+                         ::testing::Values(DecodeCase{"BMPString", "1e 04 00 41 00 42", "41 42", 0},
+                                           DecodeCase{"BMPString", "1e 02 4e 2d", "df 8f", 0},
+                                           DecodeCase{"BMPString", "1e 02 80 00", "91 a2", 0},
+                                           DecodeCase{"BMPString", "1e 04 00 e9 4e 2d", "e9 df 8f",
+                                                      0},
+                                           DecodeCase{"BMPString", "1e 00", "", 0},
+                                           DecodeCase{"BMPString", "1e 03 00 41 00", "41", 0},
+                                           DecodeCase{"BMPString", "1e 01 4e", "", 0}));
 
 // ---------------------------------------------------------------------------------------
 // Decoders: one malformed element per step, built from the decoder's own tag:
-// one byte; a NULL element with contents; more than 4 length octets; a long form claiming a byte more
-// than given; a short form with one trailing byte.
+// one byte; a NULL element with contents; more than 4 length octets; a long form claiming a byte
+// more than given; a short form with one trailing byte.
 
 struct StepCase {
   const char* decoder;
@@ -176,15 +169,16 @@ Entries steps(int fn, const char* tag_msg, const char* octets_msg, std::vector<i
           {fn, errs[3], kDL},
           {fn, errs[4], kDL}};
 }
-Entries usual(int fn) { return steps(fn, kTT, kDL, {1, 2, 3, 4, 5}); }
+Entries usual(int fn) {
+  return steps(fn, kTT, kDL, {1, 2, 3, 4, 5});
+}
 
 INSTANTIATE_TEST_SUITE_P(
     All, DecodeSteps,
     ::testing::Values(StepCase{"Integer", usual(112)}, StepCase{"Boolean", usual(114)},
                       StepCase{"BitString", usual(106)},
                       StepCase{"Object", steps(104, kTTE, "data too length", {1, 2, 3, 4, 5})},
-                      StepCase{"OctetString", usual(120)},
-                      StepCase{"PrintableString", usual(116)},
+                      StepCase{"OctetString", usual(120)}, StepCase{"PrintableString", usual(116)},
                       StepCase{"T61String", usual(226)}, StepCase{"IA5String", usual(118)},
                       StepCase{"UTCTime", usual(122)}, StepCase{"GeneralizedTime", usual(124)},
                       StepCase{"BMPString", usual(156)},
@@ -211,24 +205,24 @@ TEST_P(DecodeRefuses, WithOneEntry) {
 
 INSTANTIATE_TEST_SUITE_P(
     Cases, DecodeRefuses,
-    ::testing::Values(
-        SingleCase{"OctetString", "", {120, 1, kL2}},
-        SingleCase{"Boolean", "01 00", {114, 1, kL2}},
-        SingleCase{"Boolean", "01 01", {114, 1, kL2}},
-        SingleCase{"OctetString", "04 84 00 00", {120, 4, kDL}},  // length octets cut off
-        SingleCase{"OctetString", "04 80 00", {120, 4, kDL}},
-        SingleCase{"OctetString", "04 81 05 01 02 03 04 05 06", {120, 4, kDL}},
-        SingleCase{"OctetString", "04 84 ff ff ff ff 00", {120, 4, kDL}},
-        SingleCase{"Integer", "02 02 00", {112, 5, kDL}},
-        SingleCase{"Integer", "04 01 00", {112, 2, kTT}},
-        SingleCase{"BitString", "03 02 08 ff", {106, 6, "unusedBits"}},
-        SingleCase{"BitString", "03 00", {106, 6, "unusedBits"}},
-        SingleCase{"BitString", "03 81 00", {106, 6, "unusedBits"}},
-        SingleCase{"ExplicitTag", "30 00", {126, 2, kTT}},
-        SingleCase{"ExplicitTag", "83 00", {126, 3, kTT}},
-        SingleCase{"ExplicitTagP", "7f 00", {223, 2, kTT}},
-        SingleCase{"ExplicitTagP", "c3 00", {223, 3, kTT}},
-        SingleCase{"ExplicitTagP", "a3 85 00 00 00 00 00", {223, 4, kDL}}));
+    ::testing::Values(SingleCase{"OctetString", "", {120, 1, kL2}},
+                      SingleCase{"Boolean", "01 00", {114, 1, kL2}},
+                      SingleCase{"Boolean", "01 01", {114, 1, kL2}},
+                      SingleCase{
+                          "OctetString", "04 84 00 00", {120, 4, kDL}},  // length octets cut off
+                      SingleCase{"OctetString", "04 80 00", {120, 4, kDL}},
+                      SingleCase{"OctetString", "04 81 05 01 02 03 04 05 06", {120, 4, kDL}},
+                      SingleCase{"OctetString", "04 84 ff ff ff ff 00", {120, 4, kDL}},
+                      SingleCase{"Integer", "02 02 00", {112, 5, kDL}},
+                      SingleCase{"Integer", "04 01 00", {112, 2, kTT}},
+                      SingleCase{"BitString", "03 02 08 ff", {106, 6, "unusedBits"}},
+                      SingleCase{"BitString", "03 00", {106, 6, "unusedBits"}},
+                      SingleCase{"BitString", "03 81 00", {106, 6, "unusedBits"}},
+                      SingleCase{"ExplicitTag", "30 00", {126, 2, kTT}},
+                      SingleCase{"ExplicitTag", "83 00", {126, 3, kTT}},
+                      SingleCase{"ExplicitTagP", "7f 00", {223, 2, kTT}},
+                      SingleCase{"ExplicitTagP", "c3 00", {223, 3, kTT}},
+                      SingleCase{"ExplicitTagP", "a3 85 00 00 00 00 00", {223, 4, kDL}}));
 
 TEST(BmpString, WithoutTableFailsBeforeLookingAtTheInput) {
   Crypt_GetBMPTable(nullptr);
@@ -236,6 +230,13 @@ TEST(BmpString, WithoutTableFailsBeforeLookingAtTheInput) {
     EXPECT_EQ(decode_exact("BMPString", from_hex(der)).result, 1u);
     EXPECT_EQ(read_errors(), (Entries{{156, 10, "BMP table not loaded."}}));
   }
+}
+
+TEST(ExplicitTagP, NullElementReadsAsTooShort) {
+  hylorn::DATA_BUFFER out{0, nullptr};
+  hylorn::u8 tag = 0;
+  EXPECT_EQ(hylorn::ASN1_Decode_Explicit_Tag_P(nullptr, &out, &tag), 1u);
+  EXPECT_EQ(read_errors(), (Entries{{223, 1, kL2}}));
 }
 
 // ---------------------------------------------------------------------------------------
@@ -256,23 +257,22 @@ TEST_P(EncodeKnownAnswer, WritesElement) {
   EXPECT_EQ(to_hex(e.der), to_hex(from_hex(c.der)));
 }
 
-INSTANTIATE_TEST_SUITE_P(
-    Primitives, EncodeKnownAnswer,
-    ::testing::Values(EncodeCase{"Integer", "80 00", "02 03 00 80 00"},
-                      EncodeCase{"Integer", "00 01", "02 02 00 01"},
-                      EncodeCase{"Integer", "00 80", "02 02 00 80"},
-                      EncodeCase{"Integer", "7f", "02 01 7f"},
-                      EncodeCase{"Integer", "00", "02 01 00"},
-                      EncodeCase{"Integer", "ff", "02 02 00 ff"},
-                      EncodeCase{"BitString", "80", "03 02 00 80"},
-                      EncodeCase{"Object", "55 04 03", "06 03 55 04 03"},
-                      EncodeCase{"OctetString", "41", "04 01 41"},
-                      EncodeCase{"PrintableString", "41", "13 01 41"},
-                      EncodeCase{"IA5String", "41", "16 01 41"},
-                      EncodeCase{"UTCTime", "41", "17 01 41"},
-                      EncodeCase{"GeneralizedTime", "41", "18 01 41"},
-                      EncodeCase{"ExplicitTag", "05 00", "a3 02 05 00"},
-                      EncodeCase{"ExplicitTagP", "05 00", "a3 02 05 00"}));
+INSTANTIATE_TEST_SUITE_P(Primitives, EncodeKnownAnswer,
+                         ::testing::Values(EncodeCase{"Integer", "80 00", "02 03 00 80 00"},
+                                           EncodeCase{"Integer", "00 01", "02 02 00 01"},
+                                           EncodeCase{"Integer", "00 80", "02 02 00 80"},
+                                           EncodeCase{"Integer", "7f", "02 01 7f"},
+                                           EncodeCase{"Integer", "00", "02 01 00"},
+                                           EncodeCase{"Integer", "ff", "02 02 00 ff"},
+                                           EncodeCase{"BitString", "80", "03 02 00 80"},
+                                           EncodeCase{"Object", "55 04 03", "06 03 55 04 03"},
+                                           EncodeCase{"OctetString", "41", "04 01 41"},
+                                           EncodeCase{"PrintableString", "41", "13 01 41"},
+                                           EncodeCase{"IA5String", "41", "16 01 41"},
+                                           EncodeCase{"UTCTime", "41", "17 01 41"},
+                                           EncodeCase{"GeneralizedTime", "41", "18 01 41"},
+                                           EncodeCase{"ExplicitTag", "05 00", "a3 02 05 00"},
+                                           EncodeCase{"ExplicitTagP", "05 00", "a3 02 05 00"}));
 
 TEST(Encode, EveryEncoderRefusesEmptyContents) {
   for (const auto& e : asn1_test::encoders()) {
@@ -320,23 +320,6 @@ TEST(Encode, ExplicitTagOrsTheNumberIntoA0) {
     ASSERT_EQ(hylorn::ASN1_Encode_Explicit_Tag({2, inner}, tag, &out), 0u);
     EXPECT_EQ(out.data[0], 0xA0 | tag);
     hylorn::free_DATA_BUFFER(&out);
-  }
-}
-
-// Every encoder's output decodes back to its input through the matching decoder.
-TEST(Encode, RoundTripsThroughTheDecoders) {
-  std::mt19937 rng(7);
-  for (const auto& e : asn1_test::encoders()) {
-    for (std::size_t n : {1u, 2u, 127u, 128u, 255u, 256u, 1000u, 65536u}) {
-      Bytes contents(n);
-      for (auto& b : contents) b = hylorn::u8(rng());
-      contents[0] |= 1;  // a leading 00 would be the one the Integer decoder removes
-      const auto enc = encode(e, contents);
-      ASSERT_EQ(enc.result, 0u);
-      const auto dec = decode_exact(e.name, enc.der);
-      ASSERT_EQ(dec.result, 0u) << e.name << " " << n;
-      EXPECT_EQ(dec.value, contents) << e.name << " " << n;
-    }
   }
 }
 
