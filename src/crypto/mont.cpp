@@ -1,0 +1,292 @@
+#include "crypto/mont.h"
+
+#include <array>
+#include <utility>
+
+#include "frame/wipe.h"
+
+namespace hylorn {
+
+namespace {
+
+using limb = u64;
+using wide = unsigned __int128;
+
+constexpr int kLimbBits = 64;
+constexpr int kMaxLimbs = (MP_MAX_DIGITS + 1) / 2;
+constexpr u32 kMaxWindow = 6;
+
+// Bits of a 64-bit value that are set in every position when flag is 1, none when 0.
+inline limb mask_of(limb flag) { return 0 - flag; }
+
+void to_limbs(limb* r, int n, const MP_DIGIT* a, u32 digits) {
+  for (int i = 0; i < n; ++i) {
+    u32 lo = 2 * static_cast<u32>(i), hi = lo + 1;
+    limb v = lo < digits ? a[lo] : 0;
+    if (hi < digits) v |= static_cast<limb>(a[hi]) << 32;
+    r[i] = v;
+  }
+}
+
+void from_limbs(MP_DIGIT* a, u32 digits, const limb* r, int n) {
+  for (u32 i = 0; i < digits; ++i) {
+    int j = static_cast<int>(i / 2);
+    a[i] = j < n ? static_cast<MP_DIGIT>(r[j] >> (32 * (i & 1))) : 0;
+  }
+}
+
+// -n^-1 mod 2^64 for odd n, by Newton's iteration (each step doubles the correct bits).
+limb neg_inverse(limb n) {
+  limb x = n;  // correct to 3 bits: n * n = 1 mod 8 for odd n
+  for (int i = 0; i < 5; ++i) x *= 2 - n * x;
+  return 0 - x;
+}
+
+// The operations on numbers below one odd modulus of N limbs, R = 2^(64 N).
+template <int N>
+struct Field {
+  limb n[N];
+  limb n0;  // -n^-1 mod 2^64
+
+  // r = t - n when t (N limbs plus the carry limb top) is at least n, else t.
+  void reduce_once(limb* r, const limb* t, limb top) const {
+    limb diff[N];
+    limb borrow = 0;
+    for (int j = 0; j < N; ++j) {
+      wide d = static_cast<wide>(t[j]) - n[j] - borrow;
+      diff[j] = static_cast<limb>(d);
+      borrow = static_cast<limb>(d >> kLimbBits) & 1;
+    }
+    limb keep_diff = mask_of((top | (borrow ^ 1)) & 1);
+    for (int j = 0; j < N; ++j) r[j] = (diff[j] & keep_diff) | (t[j] & ~keep_diff);
+  }
+
+  // r = a * b / R mod n, for a * b < R * n. r may alias a or b.
+  void mul(limb* r, const limb* a, const limb* b) const {
+    limb t[N + 2] = {};
+    for (int i = 0; i < N; ++i) {
+      limb carry = 0;
+      limb bi = b[i];
+      for (int j = 0; j < N; ++j) {
+        wide p = static_cast<wide>(a[j]) * bi + t[j] + carry;
+        t[j] = static_cast<limb>(p);
+        carry = static_cast<limb>(p >> kLimbBits);
+      }
+      wide s = static_cast<wide>(t[N]) + carry;
+      t[N] = static_cast<limb>(s);
+      t[N + 1] = static_cast<limb>(s >> kLimbBits);
+
+      limb m = t[0] * n0;
+      wide p = static_cast<wide>(m) * n[0] + t[0];
+      carry = static_cast<limb>(p >> kLimbBits);
+      for (int j = 1; j < N; ++j) {
+        p = static_cast<wide>(m) * n[j] + t[j] + carry;
+        t[j - 1] = static_cast<limb>(p);
+        carry = static_cast<limb>(p >> kLimbBits);
+      }
+      s = static_cast<wide>(t[N]) + carry;
+      t[N - 1] = static_cast<limb>(s);
+      t[N] = t[N + 1] + static_cast<limb>(s >> kLimbBits);
+    }
+    reduce_once(r, t, t[N]);
+    secure_wipe(t, sizeof t);
+  }
+
+  void sqr(limb* r, const limb* a) const { mul(r, a, a); }
+
+  // r = 2 a mod n for a < n.
+  void dbl(limb* r, const limb* a) const {
+    limb t[N];
+    limb carry = 0;
+    for (int j = 0; j < N; ++j) {
+      t[j] = (a[j] << 1) | carry;
+      carry = a[j] >> (kLimbBits - 1);
+    }
+    reduce_once(r, t, carry);
+    secure_wipe(t, sizeof t);
+  }
+};
+
+// Reads w bits of the exponent starting at bit pos (bits past its end read as 0).
+u32 exponent_window(const MP_DIGIT* c, u32 cDigits, u32 pos, u32 w) {
+  u32 i = pos / MP_DIGIT_BITS;
+  if (i >= cDigits) return 0;
+  u64 x = c[i];
+  if (i + 1 < cDigits) x |= static_cast<u64>(c[i + 1]) << MP_DIGIT_BITS;
+  return static_cast<u32>(x >> (pos % MP_DIGIT_BITS)) & ((1u << w) - 1);
+}
+
+bool exponent_bit(const MP_DIGIT* c, u32 pos) {
+  return ((c[pos / MP_DIGIT_BITS] >> (pos % MP_DIGIT_BITS)) & 1) != 0;
+}
+
+// The window width with the fewest multiplications for an exponent of this many bits:
+// 2^w - 2 to fill the table, one per window after the first.
+u32 window_width(u32 bits) {
+  u32 best = 1, best_cost = bits;
+  for (u32 w = 2; w <= kMaxWindow; ++w) {
+    u32 cost = (1u << w) - 2 + (bits + w - 1) / w - 1;
+    if (cost < best_cost) best = w, best_cost = cost;
+  }
+  return best;
+}
+
+template <int N>
+class Exponentiation {
+ public:
+  Exponentiation(const MP_DIGIT* d, u32 dDigits) {
+    to_limbs(f_.n, N, d, dDigits);
+    f_.n0 = neg_inverse(f_.n[0]);
+    make_r_and_rr(mp_bits(d, dDigits));
+  }
+  ~Exponentiation() {
+    secure_wipe(&f_, sizeof f_);
+    secure_wipe(one_, sizeof one_);
+    secure_wipe(rr_, sizeof rr_);
+    secure_wipe(table_, sizeof table_);
+  }
+  Exponentiation(const Exponentiation&) = delete;
+  Exponentiation& operator=(const Exponentiation&) = delete;
+
+  // t = b^c in Montgomery form, b (N limbs) below R.
+  void run(limb* t, const limb* b, const MP_DIGIT* c, u32 cDigits) {
+    limb bm[N];
+    f_.mul(bm, b, rr_);  // b R mod n: b < R and rr < n keep the product below R n
+    u32 bits = mp_bits(c, cDigits);
+    if (is_two(b))
+      power_of_two(t, c, bits);
+    else if (bits <= 64)
+      square_and_multiply(t, bm, c, bits);
+    else
+      fixed_window(t, bm, c, cDigits, bits);
+    secure_wipe(bm, sizeof bm);
+  }
+
+  // Leaves Montgomery form: t / R mod n.
+  void finish(limb* r, const limb* t) const {
+    limb unit[N] = {1};
+    f_.mul(r, t, unit);
+  }
+
+ private:
+  // one = R mod n by doubling the top bit of n up to 2^(64 N); then N more doublings
+  // give 2^N R, and six squarings 2^(64 N) R = R^2 mod n.
+  void make_r_and_rr(u32 nbits) {
+    limb x[N] = {};
+    x[(nbits - 1) / kLimbBits] = static_cast<limb>(1) << ((nbits - 1) % kLimbBits);
+    for (u32 i = nbits - 1; i < static_cast<u32>(kLimbBits * N); ++i) f_.dbl(x, x);
+    for (int i = 0; i < N; ++i) one_[i] = x[i];
+    for (int i = 0; i < N; ++i) f_.dbl(x, x);
+    for (int i = 0; i < 6; ++i) f_.sqr(x, x);
+    for (int i = 0; i < N; ++i) rr_[i] = x[i];
+    secure_wipe(x, sizeof x);
+  }
+
+  static bool is_two(const limb* b) {
+    limb rest = 0;
+    for (int i = 1; i < N; ++i) rest |= b[i];
+    return b[0] == 2 && rest == 0;
+  }
+
+  // 2^c: a squaring per bit and a doubling kept or dropped by mask, so the run does not
+  // depend on the bits of c.
+  void power_of_two(limb* t, const MP_DIGIT* c, u32 bits) const {
+    limb doubled[N];
+    f_.dbl(t, one_);
+    for (u32 pos = bits - 1; pos-- > 0;) {
+      f_.sqr(t, t);
+      f_.dbl(doubled, t);
+      limb keep = mask_of(exponent_bit(c, pos) ? 1 : 0);
+      for (int j = 0; j < N; ++j) t[j] = (doubled[j] & keep) | (t[j] & ~keep);
+    }
+    secure_wipe(doubled, sizeof doubled);
+  }
+
+  void square_and_multiply(limb* t, const limb* bm, const MP_DIGIT* c, u32 bits) const {
+    for (int j = 0; j < N; ++j) t[j] = bm[j];
+    for (u32 pos = bits - 1; pos-- > 0;) {
+      f_.sqr(t, t);
+      if (exponent_bit(c, pos)) f_.mul(t, t, bm);
+    }
+  }
+
+  // Copies table entry k into r, touching every entry alike.
+  void lookup(limb* r, u32 k, u32 entries) const {
+    for (int j = 0; j < N; ++j) r[j] = 0;
+    for (u32 e = 0; e < entries; ++e) {
+      limb take = mask_of(((static_cast<limb>(e ^ k)) - 1) >> (kLimbBits - 1));
+      for (int j = 0; j < N; ++j) r[j] |= table_[e][j] & take;
+    }
+  }
+
+  void fixed_window(limb* t, const limb* bm, const MP_DIGIT* c, u32 cDigits, u32 bits) {
+    u32 w = window_width(bits);
+    u32 entries = 1u << w;
+    for (int j = 0; j < N; ++j) table_[0][j] = one_[j], table_[1][j] = bm[j];
+    for (u32 e = 2; e < entries; ++e) {
+      if (e % 2 == 0)
+        f_.sqr(table_[e], table_[e / 2]);
+      else
+        f_.mul(table_[e], table_[e - 1], bm);
+    }
+    limb factor[N];
+    u32 windows = (bits + w - 1) / w;
+    lookup(t, exponent_window(c, cDigits, (windows - 1) * w, w), entries);
+    for (u32 k = windows - 1; k-- > 0;) {
+      for (u32 s = 0; s < w; ++s) f_.sqr(t, t);
+      lookup(factor, exponent_window(c, cDigits, k * w, w), entries);
+      f_.mul(t, t, factor);
+    }
+    secure_wipe(factor, sizeof factor);
+  }
+
+  Field<N> f_;
+  limb one_[N];  // R mod n, the Montgomery form of 1
+  limb rr_[N];   // R^2 mod n
+  limb table_[1u << kMaxWindow][N];
+};
+
+template <int N>
+void exp_with_limbs(MP_DIGIT* a, const MP_DIGIT* b, const MP_DIGIT* c, u32 cDigits,
+                    const MP_DIGIT* d, u32 dDigits) {
+  limb base[N], t[N];
+  MP_DIGIT reduced[MP_MAX_DIGITS] = {};
+  if (MP_Digits(b, dDigits) > 2 * N) {  // too wide for N limbs: reduce it first
+    MP_Mod(reduced, b, dDigits, d, dDigits);
+    to_limbs(base, N, reduced, dDigits);
+  } else {
+    to_limbs(base, N, b, dDigits);
+  }
+  {
+    Exponentiation<N> e(d, dDigits);
+    e.run(t, base, c, cDigits);
+    e.finish(t, t);
+  }
+  from_limbs(a, dDigits, t, N);
+  secure_wipe(base, sizeof base);
+  secure_wipe(t, sizeof t);
+  secure_wipe(reduced, sizeof reduced);
+}
+
+using ExpFn = void (*)(MP_DIGIT*, const MP_DIGIT*, const MP_DIGIT*, u32, const MP_DIGIT*, u32);
+
+template <int... I>
+constexpr auto make_exp_table(std::integer_sequence<int, I...>) {
+  return std::array<ExpFn, sizeof...(I)>{&exp_with_limbs<I + 1>...};
+}
+
+constexpr auto kExpByLimbs = make_exp_table(std::make_integer_sequence<int, kMaxLimbs>{});
+
+}  // namespace
+
+void mont_mod_exp(MP_DIGIT* a, const MP_DIGIT* b, const MP_DIGIT* c, u32 cDigits,
+                  const MP_DIGIT* d, u32 dDigits) {
+  u32 dSig = MP_Digits(d, dDigits);
+  if (dSig == 1 && d[0] == 1) {  // everything is 0 modulo 1 (the exponent is not 0)
+    MP_AssignZero(a, dDigits);
+    return;
+  }
+  kExpByLimbs[(dSig + 1) / 2 - 1](a, b, c, cDigits, d, dDigits);
+}
+
+}  // namespace hylorn
