@@ -93,7 +93,8 @@ HYLORN_API unsigned int DER2PEM_data_format(const unsigned char *der, unsigned i
                                             const char *header, const char *footer);
 
 /* Takes PEM text (or bare base64 without any '-') back to DER. der needs
- * 3 * pemLen / 4 bytes at most. 0, or 1 with an error-list entry. */
+ * 3 * pemLen / 4 bytes at most. 0, or 1: malformed armour or base64 leaves an
+ * error-list entry; a negative pemLen is refused with an empty list. */
 HYLORN_API unsigned int PEM2DER_data_format(const char *pem, int pemLen, unsigned char *der,
                                             unsigned int *derLen);
 
@@ -107,7 +108,7 @@ HYLORN_API const unsigned char *Crypt_GetBMPTable(const unsigned char *table);
 HYLORN_API unsigned int Crypt_Char2Int(const char *in, unsigned char *out, unsigned int *outLen);
 
 /* Big-endian bytes (at most 128) to decimal text (out needs 310 bytes). Zero and
- * inLen 0 give "0". 0, or 1 for more than 128 bytes. */
+ * inLen 0 give "0". 0, or 1 for more than 128 bytes or a negative inLen. */
 HYLORN_API unsigned int Crypt_Int2Char(const unsigned char *in, int inLen, char *out);
 
 /* ---- Digests and random bytes --------------------------------------------------- */

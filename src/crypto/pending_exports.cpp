@@ -1,4 +1,4 @@
-// Digest and random entries until their implementation lands: they fail cleanly.
+// Digest entries until their implementation lands: they fail cleanly.
 #include "hylorn.h"
 
 extern "C" HYLORN_API int Crypt_Gen_Hash(int, const unsigned char*, unsigned int, unsigned char*,
@@ -9,4 +9,3 @@ extern "C" HYLORN_API int Crypt_Gen_Encoded_Hash(int, const unsigned char*, unsi
                                                  unsigned char*, unsigned int*) {
   return 1;
 }
-extern "C" HYLORN_API unsigned int Crypt_Gen_RandomBytes(unsigned char*, unsigned int) { return 0; }

@@ -38,6 +38,9 @@ void Random_Seed_From_Byte(RANDOM_STATE* rs, u8 seed);
 // The byte Random_Seed_From_Time derives from a calendar second: the first value of the
 // runtime's linear congruential generator seeded with it, low 8 bits.
 u8 seed_byte_from_time(u32 seconds);
+// True when the library was built to seed from the operating system (getrandom) instead
+// of the clock and the calendar second.
+bool random_seeds_from_system();
 
 // Re-seeds the module state from the clock, then writes length bytes when
 // 1 <= length <= 256. The two trailing arguments are ignored. Always 1.

@@ -1,0 +1,56 @@
+// MD2 (RFC 1319), MD5 (RFC 1321) and SHA-1 (FIPS 180-1): streaming contexts and
+// one-shot forms.
+//
+// The one-shot forms write into the caller's output, or into one static buffer per
+// digest when the output is null (then they are not reentrant).
+#pragma once
+
+#include "frame/types.h"
+
+namespace hylorn {
+
+inline constexpr u32 MD2_DIGEST_SIZE = 16;
+inline constexpr u32 MD5_DIGEST_SIZE = 16;
+inline constexpr u32 SHA1_DIGEST_SIZE = 20;
+
+struct MD2_CTX {
+  u32 count;         // bytes waiting in data
+  u8 data[16];       // the partial block
+  u32 checksum[16];  // one checksum byte per word
+  u32 state[16];     // one state byte per word
+};
+
+// MD5 and SHA-1 share the 64-byte block layout; the waiting bytes are kept as bytes
+// rather than words so that partial blocks fill without shifting.
+struct MD5_CTX {
+  u32 state[4];  // A, B, C, D
+  u32 count[2];  // message length in bits: low word, high word
+  u8 block[64];
+  u32 num;  // bytes waiting in block
+};
+
+struct SHA1_CTX {
+  u32 state[5];  // H0 .. H4
+  u32 count[2];  // message length in bits: low word, high word
+  u8 block[64];
+  u32 num;  // bytes waiting in block
+};
+
+void MD2_Init(MD2_CTX* ctx);
+void MD2_Update(MD2_CTX* ctx, const u8* data, u32 length);
+void MD2_Final(u8 digest[16], MD2_CTX* ctx);
+
+void MD5_Init(MD5_CTX* ctx);
+void MD5_Update(MD5_CTX* ctx, const u8* data, u32 length);
+void MD5_Final(u8 digest[16], MD5_CTX* ctx);
+
+void SHA1_Init(SHA1_CTX* ctx);
+void SHA1_Update(SHA1_CTX* ctx, const u8* data, u32 length);
+void SHA1_Final(u8 digest[20], SHA1_CTX* ctx);
+
+// One-shot digests; a null output selects the digest's static buffer. Return the output.
+u8* Digest_MD2(const u8* data, u32 length, u8* output);
+u8* Digest_MD5(const u8* data, u32 length, u8* output);
+u8* Digest_SHA1(const u8* data, u32 length, u8* output);
+
+}  // namespace hylorn

@@ -1,0 +1,189 @@
+#include "coders.h"
+
+#include <algorithm>
+#include <memory>
+#include <stdexcept>
+#include <string>
+
+#include "asn1/der.h"
+#include "asn1/list.h"
+#include "hylorn.h"
+
+namespace asn1_test {
+namespace {
+
+using hylorn::DATA_BUFFER;
+using hylorn::u32;
+using hylorn::u8;
+
+Bytes take(DATA_BUFFER* b) {
+  Bytes out(b->data, b->data + b->length);
+  hylorn::free_DATA_BUFFER(b);
+  return out;
+}
+
+template <u32 (*F)(u32, const u8*, DATA_BUFFER*)>
+Decoded contents(u32 total, const u8* der) {
+  DATA_BUFFER out{0, nullptr};
+  Decoded d;
+  d.result = F(total, der, &out);
+  d.value = take(&out);
+  return d;
+}
+
+Decoded boolean(u32 total, const u8* der) {
+  u8 value = 0x55;
+  Decoded d;
+  d.result = hylorn::ASN1_Decode_Boolean(total, der, &value);
+  d.extra = value;
+  return d;
+}
+
+Decoded bit_string(u32 total, const u8* der) {
+  hylorn::BIT_DATA_BUFFER out{0, 0, nullptr};
+  Decoded d;
+  d.result = hylorn::ASN1_Decode_Bit_String(total, der, &out);
+  d.value.assign(out.data, out.data + out.length);
+  d.extra = out.unusedBits;
+  hylorn::free_BIT_DATA_BUFFER(&out);
+  return d;
+}
+
+Decoded object(u32 total, const u8* der) {
+  hylorn::ASN1_OBJECT_ID out{77, {0, nullptr}};
+  Decoded d;
+  d.result = hylorn::ASN1_Decode_Object(total, der, &out);
+  d.value = take(&out.oid);
+  d.extra = out.oidValue;  // must stay as it was
+  return d;
+}
+
+Decoded explicit_tag(u32 total, const u8* der) {
+  DATA_BUFFER out{0, nullptr};
+  u8 tag = 0xEE;
+  Decoded d;
+  d.result = hylorn::ASN1_Decode_Explicit_Tag(total, der, &out, &tag);
+  d.value = take(&out);
+  d.extra = tag;
+  return d;
+}
+
+Decoded explicit_tag_p(u32 total, const u8* der) {
+  const DATA_BUFFER in{total, const_cast<u8*>(der)};
+  DATA_BUFFER out{0, nullptr};
+  u8 tag = 0xEE;
+  Decoded d;
+  d.result = hylorn::ASN1_Decode_Explicit_Tag_P(&in, &out, &tag);
+  d.value = take(&out);
+  d.extra = tag;
+  return d;
+}
+
+template <u32 (*F)(u32, const u8*, hylorn::ASN1_SEQUENCE**)>
+Decoded list(u32 total, const u8* der) {
+  auto* sentinel = reinterpret_cast<hylorn::ASN1_SEQUENCE*>(&total);
+  hylorn::ASN1_SEQUENCE* head = sentinel;  // must be left alone on failure
+  Decoded d;
+  d.result = F(total, der, &head);
+  if (d.result != 0) {
+    if (head != sentinel) d.nodes.push_back(hylorn_test::bytes_of("<list written>"));
+    return d;
+  }
+  for (const auto* n = head; n != nullptr; n = n->next) {
+    d.nodes.emplace_back(n->value.data, n->value.data + n->value.length);
+  }
+  hylorn::free_ASN1_SEQUENCE(head);
+  return d;
+}
+
+const Decoder kDecoders[] = {
+    {"Integer", 112, 0x02, contents<hylorn::ASN1_Decode_Integer>},
+    {"Boolean", 114, 0x01, boolean},
+    {"BitString", 106, 0x03, bit_string},
+    {"Object", 104, 0x06, object},
+    {"OctetString", 120, 0x04, contents<hylorn::ASN1_Decode_Octet_String>},
+    {"PrintableString", 116, 0x13, contents<hylorn::ASN1_Decode_PrintableString>},
+    {"T61String", 226, 0x14, contents<hylorn::ASN1_Decode_T61String>},
+    {"IA5String", 118, 0x16, contents<hylorn::ASN1_Decode_IA5String>},
+    {"UTCTime", 122, 0x17, contents<hylorn::ASN1_Decode_UTCTime>},
+    {"GeneralizedTime", 124, 0x18, contents<hylorn::ASN1_Decode_GeneralizedTime>},
+    {"BMPString", 156, 0x1E, contents<hylorn::ASN1_Decode_BMPString>},
+    {"ExplicitTag", 126, 0xA3, explicit_tag},
+    {"ExplicitTagP", 223, 0xA3, explicit_tag_p},
+    {"Sequence", 108, 0x30, list<hylorn::ASN1_Decode_Sequence>},
+    {"Set", 110, 0x31, list<hylorn::ASN1_Decode_Set>},
+};
+
+template <u32 (*F)(DATA_BUFFER, DATA_BUFFER*)>
+u32 plain(const Bytes& c, DATA_BUFFER* out) {
+  return F(DATA_BUFFER{u32(c.size()), const_cast<u8*>(c.data())}, out);
+}
+
+u32 bit_string_enc(const Bytes& c, DATA_BUFFER* out) {
+  return hylorn::ASN1_Encode_Bit_String({u32(c.size()), 0, const_cast<u8*>(c.data())}, out);
+}
+u32 object_enc(const Bytes& c, DATA_BUFFER* out) {
+  return hylorn::ASN1_Encode_Object({0, {u32(c.size()), const_cast<u8*>(c.data())}}, out);
+}
+u32 explicit_enc(const Bytes& c, DATA_BUFFER* out) {
+  return hylorn::ASN1_Encode_Explicit_Tag({u32(c.size()), const_cast<u8*>(c.data())}, 3, out);
+}
+u32 explicit_p_enc(const Bytes& c, DATA_BUFFER* out) {
+  const DATA_BUFFER in{u32(c.size()), const_cast<u8*>(c.data())};
+  return hylorn::ASN1_Encode_Explicit_Tag_P(&in, 3, out);
+}
+
+const Encoder kEncoders[] = {
+    {"Integer", 111, 0x02, plain<hylorn::ASN1_Encode_Integer>},
+    {"BitString", 105, 0x03, bit_string_enc},
+    {"Object", 103, 0x06, object_enc},
+    {"OctetString", 119, 0x04, plain<hylorn::ASN1_Encode_Octet_String>},
+    {"PrintableString", 115, 0x13, plain<hylorn::ASN1_Encode_PrintableString>},
+    {"IA5String", 117, 0x16, plain<hylorn::ASN1_Encode_IA5String>},
+    {"UTCTime", 121, 0x17, plain<hylorn::ASN1_Encode_UTCTime>},
+    {"GeneralizedTime", 123, 0x18, plain<hylorn::ASN1_Encode_GeneralizedTime>},
+    {"ExplicitTag", 125, 0xA3, explicit_enc},
+    {"ExplicitTagP", 222, 0xA3, explicit_p_enc},
+};
+
+template <class T>
+const T& find(std::span<const T> all, std::string_view name) {
+  for (const T& x : all) {
+    if (name == x.name) return x;
+  }
+  throw std::invalid_argument("no coder " + std::string(name));
+}
+
+}  // namespace
+
+std::span<const Decoder> decoders() { return kDecoders; }
+const Decoder& decoder(std::string_view name) { return find(decoders(), name); }
+
+Decoded decode_exact(const Decoder& d, const Bytes& der) {
+  std::unique_ptr<u8[]> copy(new u8[der.size()]);
+  std::copy(der.begin(), der.end(), copy.get());
+  return d.run(u32(der.size()), copy.get());
+}
+
+std::span<const Encoder> encoders() { return kEncoders; }
+const Encoder& encoder(std::string_view name) { return find(encoders(), name); }
+
+Encoded encode(const Encoder& e, const Bytes& contents) {
+  DATA_BUFFER out{0, nullptr};
+  Encoded r;
+  r.result = e.run(contents, &out);
+  r.der = take(&out);
+  return r;
+}
+
+TestBmpTable::TestBmpTable() : table_(2 * HYLORN_BMP_TABLE_ENTRIES) {
+  for (u32 u = 0; u < HYLORN_BMP_TABLE_ENTRIES; ++u) {
+    table_[2 * u] = u8((u >> 8) ^ 0x11);
+    table_[2 * u + 1] = u8((u & 0xFF) ^ 0x22);
+  }
+  Crypt_GetBMPTable(table_.data());
+}
+
+TestBmpTable::~TestBmpTable() { Crypt_GetBMPTable(nullptr); }
+
+}  // namespace asn1_test

@@ -1,0 +1,75 @@
+// Uniform handles on the DER coders, so that one table of cases can run through every
+// decoder or encoder: each adapter frees what the coder returned and hands back copies.
+#pragma once
+
+#include <span>
+#include <string_view>
+#include <vector>
+
+#include "frame/buffer.h"
+#include "frame/types.h"
+#include "support/hex.h"
+
+namespace asn1_test {
+
+using hylorn_test::Bytes;
+
+struct Decoded {
+  hylorn::u32 result = 1;
+  Bytes value;               // contents (BIT STRING: without the unused-bits octet)
+  unsigned extra = 0;        // BIT STRING unused bits, explicit tag number, BOOLEAN value
+  std::vector<Bytes> nodes;  // SEQUENCE / SET components
+};
+
+struct Decoder {
+  const char* name;
+  int func_no;
+  hylorn::u8 tag;  // identifier octet of a valid element
+  Decoded (*run)(hylorn::u32 total, const hylorn::u8* der);
+};
+
+std::span<const Decoder> decoders();
+const Decoder& decoder(std::string_view name);
+
+// Runs the decoder on a heap copy of der of exactly der.size() bytes, so that any read
+// past the end is caught by AddressSanitizer.
+Decoded decode_exact(const Decoder& d, const Bytes& der);
+inline Decoded decode_exact(std::string_view name, const Bytes& der) {
+  return decode_exact(decoder(name), der);
+}
+
+struct Encoder {
+  const char* name;
+  int func_no;
+  hylorn::u8 tag;  // identifier octet written
+  hylorn::u32 (*run)(const Bytes& contents, hylorn::DATA_BUFFER* out);
+};
+
+// The encoders that take a contents buffer (BIT STRING with 0 unused bits, explicit
+// tags with tag number 3, SEQUENCE / SET of one node holding the contents).
+std::span<const Encoder> encoders();
+const Encoder& encoder(std::string_view name);
+
+struct Encoded {
+  hylorn::u32 result = 1;
+  Bytes der;
+};
+Encoded encode(const Encoder& e, const Bytes& contents);
+inline Encoded encode(std::string_view name, const Bytes& contents) {
+  return encode(encoder(name), contents);
+}
+
+// A BMP table whose entry u is { (u >> 8) ^ 0x11, (u & 0xFF) ^ 0x22 }, loaded while the
+// object lives.
+class TestBmpTable {
+ public:
+  TestBmpTable();
+  ~TestBmpTable();
+  TestBmpTable(const TestBmpTable&) = delete;
+  TestBmpTable& operator=(const TestBmpTable&) = delete;
+
+ private:
+  std::vector<hylorn::u8> table_;
+};
+
+}  // namespace asn1_test
