@@ -42,11 +42,109 @@ limb neg_inverse(limb n) {
   return 0 - x;
 }
 
+#if defined(__x86_64__) && (defined(__GNUC__) || defined(__clang__))
+#define HYLORN_MONT8_ADX 1
+
+#include <cpuid.h>
+
+// MULX with the ADCX/ADOX pair of carry chains (BMI2 and ADX), asked of the processor once.
+bool has_mulx_adx() {
+  static const bool yes = [] {
+    unsigned eax = 0, ebx = 0, ecx = 0, edx = 0;
+    if (__get_cpuid_count(7, 0, &eax, &ebx, &ecx, &edx) == 0) return false;
+    return (ebx & (1u << 8)) != 0 && (ebx & (1u << 19)) != 0;
+  }();
+  return yes;
+}
+
+// Operands of the 512-bit kernel at fixed offsets from one pointer.
+struct Frame8 {
+  limb a[8];    // 0
+  limb b[8];    // 64
+  limb n[8];    // 128
+  limb n0;      // 192
+  limb out[9];  // 200: a b / R mod n plus a top bit, below 2n
+};
+static_assert(sizeof(Frame8) == 272, "the kernel addresses the frame by fixed offsets");
+
+// One limb of a row: lo(x * rdx) joins the CF chain at LO, hi joins the OF chain at HI.
+#define HYLORN_MULADD(off, LO, HI)            \
+  "mulxq " #off "(%%rdi), %%rax, %%rcx\n\t" \
+  "adcxq %%rax, " LO "\n\t"                 \
+  "adoxq %%rcx, " HI "\n\t"
+// Both chains end in T8; what leaves it collects in rsi.
+#define HYLORN_CARRY_OUT(T8)  \
+  "movl $0, %%eax\n\t"        \
+  "adcxq %%rax, " T8 "\n\t"   \
+  "adoxq %%rax, %%rsi\n\t"    \
+  "adcxq %%rax, %%rsi\n\t"
+// One row of the interleaved method: T += a * b[i]; m = T0 * n0; T = (T + m n) / 2^64.
+// T0..T8 name the accumulator limbs of this row; the next row takes them shifted by one,
+// with the freed T0 as its top limb.
+#define HYLORN_ROW(boff, T0, T1, T2, T3, T4, T5, T6, T7, T8)                            \
+  "movq " #boff "(%%rdi), %%rdx\n\t"                                                    \
+  "xorl %%esi, %%esi\n\t"                                                               \
+  HYLORN_MULADD(0, T0, T1) HYLORN_MULADD(8, T1, T2) HYLORN_MULADD(16, T2, T3)           \
+  HYLORN_MULADD(24, T3, T4) HYLORN_MULADD(32, T4, T5) HYLORN_MULADD(40, T5, T6)         \
+  HYLORN_MULADD(48, T6, T7) HYLORN_MULADD(56, T7, T8) HYLORN_CARRY_OUT(T8)              \
+  "movq 192(%%rdi), %%rdx\n\t"                                                          \
+  "mulxq " T0 ", %%rdx, %%rcx\n\t"                                                      \
+  "xorl %%eax, %%eax\n\t"                                                               \
+  HYLORN_MULADD(128, T0, T1) HYLORN_MULADD(136, T1, T2) HYLORN_MULADD(144, T2, T3)      \
+  HYLORN_MULADD(152, T3, T4) HYLORN_MULADD(160, T4, T5) HYLORN_MULADD(168, T5, T6)      \
+  HYLORN_MULADD(176, T6, T7) HYLORN_MULADD(184, T7, T8) HYLORN_CARRY_OUT(T8)            \
+  "movq %%rsi, " T0 "\n\t"
+
+// out = a b / R mod n + (0 or n), for a, b below n < 2^512.
+void mont_mul_512_adx(Frame8* f) {
+  asm volatile(
+      "xorl %%r8d, %%r8d\n\t"
+      "movq %%r8, %%r9\n\t movq %%r8, %%r10\n\t movq %%r8, %%r11\n\t movq %%r8, %%r12\n\t"
+      "movq %%r8, %%r13\n\t movq %%r8, %%r14\n\t movq %%r8, %%r15\n\t movq %%r8, %%rbx\n\t"
+      HYLORN_ROW(64, "%%r8", "%%r9", "%%r10", "%%r11", "%%r12", "%%r13", "%%r14", "%%r15", "%%rbx")
+      HYLORN_ROW(72, "%%r9", "%%r10", "%%r11", "%%r12", "%%r13", "%%r14", "%%r15", "%%rbx", "%%r8")
+      HYLORN_ROW(80, "%%r10", "%%r11", "%%r12", "%%r13", "%%r14", "%%r15", "%%rbx", "%%r8", "%%r9")
+      HYLORN_ROW(88, "%%r11", "%%r12", "%%r13", "%%r14", "%%r15", "%%rbx", "%%r8", "%%r9", "%%r10")
+      HYLORN_ROW(96, "%%r12", "%%r13", "%%r14", "%%r15", "%%rbx", "%%r8", "%%r9", "%%r10", "%%r11")
+      HYLORN_ROW(104, "%%r13", "%%r14", "%%r15", "%%rbx", "%%r8", "%%r9", "%%r10", "%%r11", "%%r12")
+      HYLORN_ROW(112, "%%r14", "%%r15", "%%rbx", "%%r8", "%%r9", "%%r10", "%%r11", "%%r12", "%%r13")
+      HYLORN_ROW(120, "%%r15", "%%rbx", "%%r8", "%%r9", "%%r10", "%%r11", "%%r12", "%%r13", "%%r14")
+      "movq %%rbx, 200(%%rdi)\n\t movq %%r8, 208(%%rdi)\n\t movq %%r9, 216(%%rdi)\n\t"
+      "movq %%r10, 224(%%rdi)\n\t movq %%r11, 232(%%rdi)\n\t movq %%r12, 240(%%rdi)\n\t"
+      "movq %%r13, 248(%%rdi)\n\t movq %%r14, 256(%%rdi)\n\t movq %%r15, 264(%%rdi)\n\t"
+      :
+      : "D"(f)
+      : "rax", "rbx", "rcx", "rdx", "rsi", "r8", "r9", "r10", "r11", "r12", "r13", "r14", "r15",
+        "cc", "memory");
+}
+
+#undef HYLORN_ROW
+#undef HYLORN_CARRY_OUT
+#undef HYLORN_MULADD
+#endif
+
 // The operations on numbers below one odd modulus of N limbs, R = 2^(64 N).
 template <int N>
 struct Field {
   limb n[N];
   limb n0;  // -n^-1 mod 2^64
+  mutable limb scratch[N + 2];
+#ifdef HYLORN_MONT8_ADX
+  bool adx = false;
+  mutable Frame8 frame;  // the 512-bit kernel's operands
+#endif
+
+  void init(const MP_DIGIT* d, u32 dDigits) {
+    to_limbs(n, N, d, dDigits);
+    n0 = neg_inverse(n[0]);
+#ifdef HYLORN_MONT8_ADX
+    if constexpr (N == 8) {
+      adx = has_mulx_adx();
+      for (int j = 0; j < N; ++j) frame.n[j] = n[j];
+      frame.n0 = n0;
+    }
+#endif
+  }
 
   // r = t - n when t (N limbs plus the carry limb top) is at least n, else t.
   void reduce_once(limb* r, const limb* t, limb top) const {
@@ -63,7 +161,20 @@ struct Field {
 
   // r = a * b / R mod n, for a * b < R * n. r may alias a or b.
   void mul(limb* r, const limb* a, const limb* b) const {
-    limb t[N + 2] = {};
+#ifdef HYLORN_MONT8_ADX
+    if constexpr (N == 8) {
+      if (adx) {
+        for (int j = 0; j < N; ++j) frame.a[j] = a[j], frame.b[j] = b[j];
+        mont_mul_512_adx(&frame);
+        reduce_once(r, frame.out, frame.out[N]);
+        return;
+      }
+    }
+#endif
+    // Row by row: t += a b[i], then t += m n with m chosen to clear the low limb, which
+    // is dropped. t stays below 2n between rows.
+    limb* t = scratch;
+    for (int j = 0; j < N + 2; ++j) t[j] = 0;
     for (int i = 0; i < N; ++i) {
       limb carry = 0;
       limb bi = b[i];
@@ -89,7 +200,6 @@ struct Field {
       t[N] = t[N + 1] + static_cast<limb>(s >> kLimbBits);
     }
     reduce_once(r, t, t[N]);
-    secure_wipe(t, sizeof t);
   }
 
   void sqr(limb* r, const limb* a) const { mul(r, a, a); }
@@ -135,8 +245,7 @@ template <int N>
 class Exponentiation {
  public:
   Exponentiation(const MP_DIGIT* d, u32 dDigits) {
-    to_limbs(f_.n, N, d, dDigits);
-    f_.n0 = neg_inverse(f_.n[0]);
+    f_.init(d, dDigits);
     make_r_and_rr(mp_bits(d, dDigits));
   }
   ~Exponentiation() {
