@@ -118,6 +118,72 @@ void mont_mul_512_adx(Frame8* f) {
         "cc", "memory");
 }
 
+
+// The 1024-bit row: the accumulator t (18 limbs) stays in memory. Pass 1 adds a * bi
+// (lo in the CF chain, the previous hi in the OF chain); pass 2 adds m n and stores each
+// limb one place down, which drops the cleared low limb.
+#define HYLORN_P1(j, HI, HIPREV)           \
+  "mulxq " #j "*8(%[a]), %%rax, " HI "\n\t" \
+  "adcxq " #j "*8(%[t]), %%rax\n\t"         \
+  "adoxq " HIPREV ", %%rax\n\t"             \
+  "movq %%rax, " #j "*8(%[t])\n\t"
+#define HYLORN_P2(j, jm1, HI, HIPREV)      \
+  "mulxq " #j "*8(%[n]), %%rax, " HI "\n\t" \
+  "adcxq " #j "*8(%[t]), %%rax\n\t"         \
+  "adoxq " HIPREV ", %%rax\n\t"             \
+  "movq %%rax, " #jm1 "*8(%[t])\n\t"
+
+void mont_row_1024_adx(limb* t, const limb* a, limb bi, const limb* n, limb n0) {
+  asm volatile(
+      "xorl %%r8d, %%r8d\n\t"
+      HYLORN_P1(0, "%%rcx", "%%r8")
+      HYLORN_P1(1, "%%rbx", "%%rcx")
+      HYLORN_P1(2, "%%rcx", "%%rbx")
+      HYLORN_P1(3, "%%rbx", "%%rcx")
+      HYLORN_P1(4, "%%rcx", "%%rbx")
+      HYLORN_P1(5, "%%rbx", "%%rcx")
+      HYLORN_P1(6, "%%rcx", "%%rbx")
+      HYLORN_P1(7, "%%rbx", "%%rcx")
+      HYLORN_P1(8, "%%rcx", "%%rbx")
+      HYLORN_P1(9, "%%rbx", "%%rcx")
+      HYLORN_P1(10, "%%rcx", "%%rbx")
+      HYLORN_P1(11, "%%rbx", "%%rcx")
+      HYLORN_P1(12, "%%rcx", "%%rbx")
+      HYLORN_P1(13, "%%rbx", "%%rcx")
+      HYLORN_P1(14, "%%rcx", "%%rbx")
+      HYLORN_P1(15, "%%rbx", "%%rcx")
+      "movq 16*8(%[t]), %%rax\n\t adcxq %%r8, %%rax\n\t adoxq %%rbx, %%rax\n\t movq %%rax, 16*8(%[t])\n\t"
+      "movq 17*8(%[t]), %%rax\n\t adcxq %%r8, %%rax\n\t adoxq %%r8, %%rax\n\t movq %%rax, 17*8(%[t])\n\t"
+      "movq (%[t]), %%rdx\n\t"
+      "imulq %[n0], %%rdx\n\t"
+      "xorl %%eax, %%eax\n\t"
+      "mulxq (%[n]), %%rax, %%rcx\n\t"
+      "adcxq (%[t]), %%rax\n\t"
+      HYLORN_P2(1, 0, "%%rbx", "%%rcx")
+      HYLORN_P2(2, 1, "%%rcx", "%%rbx")
+      HYLORN_P2(3, 2, "%%rbx", "%%rcx")
+      HYLORN_P2(4, 3, "%%rcx", "%%rbx")
+      HYLORN_P2(5, 4, "%%rbx", "%%rcx")
+      HYLORN_P2(6, 5, "%%rcx", "%%rbx")
+      HYLORN_P2(7, 6, "%%rbx", "%%rcx")
+      HYLORN_P2(8, 7, "%%rcx", "%%rbx")
+      HYLORN_P2(9, 8, "%%rbx", "%%rcx")
+      HYLORN_P2(10, 9, "%%rcx", "%%rbx")
+      HYLORN_P2(11, 10, "%%rbx", "%%rcx")
+      HYLORN_P2(12, 11, "%%rcx", "%%rbx")
+      HYLORN_P2(13, 12, "%%rbx", "%%rcx")
+      HYLORN_P2(14, 13, "%%rcx", "%%rbx")
+      HYLORN_P2(15, 14, "%%rbx", "%%rcx")
+      "movq 16*8(%[t]), %%rax\n\t adcxq %%r8, %%rax\n\t adoxq %%rbx, %%rax\n\t movq %%rax, 15*8(%[t])\n\t"
+      "movq 17*8(%[t]), %%rax\n\t adcxq %%r8, %%rax\n\t adoxq %%r8, %%rax\n\t movq %%rax, 16*8(%[t])\n\t"
+      "movq %%r8, 17*8(%[t])\n\t"
+      : "+d"(bi)
+      : [a] "r"(a), [n] "r"(n), [t] "r"(t), [n0] "r"(n0)
+      : "rax", "rbx", "rcx", "r8", "cc", "memory");
+}
+
+#undef HYLORN_P2
+#undef HYLORN_P1
 #undef HYLORN_ROW
 #undef HYLORN_CARRY_OUT
 #undef HYLORN_MULADD
@@ -138,8 +204,8 @@ struct Field {
     to_limbs(n, N, d, dDigits);
     n0 = neg_inverse(n[0]);
 #ifdef HYLORN_MONT8_ADX
+    adx = has_mulx_adx();
     if constexpr (N == 8) {
-      adx = has_mulx_adx();
       for (int j = 0; j < N; ++j) frame.n[j] = n[j];
       frame.n0 = n0;
     }
@@ -175,6 +241,15 @@ struct Field {
     // is dropped. t stays below 2n between rows.
     limb* t = scratch;
     for (int j = 0; j < N + 2; ++j) t[j] = 0;
+#ifdef HYLORN_MONT8_ADX
+    if constexpr (N == 16) {
+      if (adx) {
+        for (int i = 0; i < N; ++i) mont_row_1024_adx(t, a, b[i], n, n0);
+        reduce_once(r, t, t[N]);
+        return;
+      }
+    }
+#endif
     for (int i = 0; i < N; ++i) {
       limb carry = 0;
       limb bi = b[i];
@@ -278,17 +353,66 @@ class Exponentiation {
   }
 
  private:
-  // one = R mod n by doubling the top bit of n up to 2^(64 N); then N more doublings
-  // give 2^N R, and six squarings 2^(64 N) R = R^2 mod n.
+  // one = R mod n by doubling the top bit of n up to 2^(64 N); R^2 mod n by division.
   void make_r_and_rr(u32 nbits) {
     limb x[N] = {};
     x[(nbits - 1) / kLimbBits] = static_cast<limb>(1) << ((nbits - 1) % kLimbBits);
     for (u32 i = nbits - 1; i < static_cast<u32>(kLimbBits * N); ++i) f_.dbl(x, x);
     for (int i = 0; i < N; ++i) one_[i] = x[i];
-    for (int i = 0; i < N; ++i) f_.dbl(x, x);
-    for (int i = 0; i < 6; ++i) f_.sqr(x, x);
-    for (int i = 0; i < N; ++i) rr_[i] = x[i];
     secure_wipe(x, sizeof x);
+    r_squared();
+  }
+
+  // rr = 2^(128 N) mod n by long division on 64-bit limbs: the divisor is normalised to
+  // a top limb with its high bit set, each quotient limb is estimated from the top two
+  // limbs of the remainder, refined with the next divisor limb, and corrected by one
+  // add-back when still too large.
+  void r_squared() {
+    const limb* n = f_.n;
+    if constexpr (N == 1) {
+      wide r = (static_cast<wide>(1) << kLimbBits) % n[0];
+      rr_[0] = static_cast<limb>(r * r % n[0]);
+    } else {
+      int s = __builtin_clzll(n[N - 1]);
+      limb vn[N], un[2 * N + 2] = {};
+      for (int i = N - 1; i > 0; --i)
+        vn[i] = (n[i] << s) | (s == 0 ? 0 : n[i - 1] >> (kLimbBits - s));
+      vn[0] = n[0] << s;
+      un[2 * N] = static_cast<limb>(1) << s;
+      for (int j = N + 1; j >= 0; --j) {
+        wide top = (static_cast<wide>(un[j + N]) << kLimbBits) | un[j + N - 1];
+        wide qhat = top / vn[N - 1], rhat = top % vn[N - 1];
+        while ((qhat >> kLimbBits) != 0 ||
+               qhat * vn[N - 2] > ((rhat << kLimbBits) | un[j + N - 2])) {
+          --qhat;
+          rhat += vn[N - 1];
+          if ((rhat >> kLimbBits) != 0) break;
+        }
+        limb carry = 0, borrow = 0;
+        for (int i = 0; i < N; ++i) {
+          wide p = qhat * vn[i] + carry;
+          carry = static_cast<limb>(p >> kLimbBits);
+          wide d = static_cast<wide>(un[i + j]) - static_cast<limb>(p) - borrow;
+          un[i + j] = static_cast<limb>(d);
+          borrow = static_cast<limb>(d >> kLimbBits) & 1;
+        }
+        wide d = static_cast<wide>(un[j + N]) - carry - borrow;
+        un[j + N] = static_cast<limb>(d);
+        if ((d >> kLimbBits) != 0) {  // one too many: add the divisor back
+          limb c = 0;
+          for (int i = 0; i < N; ++i) {
+            wide sum = static_cast<wide>(un[i + j]) + vn[i] + c;
+            un[i + j] = static_cast<limb>(sum);
+            c = static_cast<limb>(sum >> kLimbBits);
+          }
+          un[j + N] += c;
+        }
+      }
+      for (int i = 0; i < N; ++i)
+        rr_[i] = (un[i] >> s) | (s == 0 ? 0 : un[i + 1] << (kLimbBits - s));
+      secure_wipe(vn, sizeof vn);
+      secure_wipe(un, sizeof un);
+    }
   }
 
   static bool is_two(const limb* b) {
