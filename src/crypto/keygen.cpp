@@ -1,5 +1,6 @@
 #include "crypto/keygen.h"
 
+#include <array>
 #include <utility>
 
 #include "crypto/rsa.h"
@@ -24,6 +25,82 @@ void assign_digit(MP_DIGIT* a, MP_DIGIT v, u32 digits) {
 bool equals_digit(const MP_DIGIT* a, MP_DIGIT v, u32 digits) {
   return a[0] == v && MP_Digits(a, digits) <= 1;
 }
+
+// A base-2 Fermat test can pass for a only if, for every prime r dividing a, the order
+// of 2 modulo r divides a - 1 (from 2^(a-1) = 1 mod r). Tracking a modulo the odd primes
+// below 2048 along the walk therefore skips, exactly, Fermat tests that would fail: the
+// walk accepts the same candidates as with the four trial divisors alone.
+struct PrimeWithOrder {
+  u16 prime;
+  u16 order;  // of 2 modulo prime
+};
+
+constexpr u32 kSieveLimit = 2048;
+
+constexpr bool is_prime(u32 v) {
+  for (u32 d = 2; d * d <= v; ++d)
+    if (v % d == 0) return false;
+  return v >= 2;
+}
+
+constexpr u32 count_sieve_primes() {
+  u32 count = 0;
+  for (u32 v = 13; v < kSieveLimit; ++v) count += is_prime(v) ? 1 : 0;
+  return count;
+}
+
+constexpr auto kSievePrimes = [] {
+  std::array<PrimeWithOrder, count_sieve_primes()> table{};
+  u32 k = 0;
+  for (u32 v = 13; v < kSieveLimit; ++v) {
+    if (!is_prime(v)) continue;
+    u32 order = 1;
+    for (u32 x = 2; x != 1; x = x * 2 % v) ++order;
+    table[k++] = {static_cast<u16>(v), static_cast<u16>(order)};
+  }
+  return table;
+}();
+
+// a mod m for a one-digit m.
+u32 mod_small(const MP_DIGIT* a, u32 digits, u32 m) {
+  u64 r = 0;
+  for (u32 i = digits; i-- > 0;) r = ((r << MP_DIGIT_BITS) | a[i]) % m;
+  return static_cast<u32>(r);
+}
+
+class FermatSieve {
+ public:
+  FermatSieve(const MP_DIGIT* a, const MP_DIGIT* step, u32 digits) {
+    for (size_t i = 0; i < kSievePrimes.size(); ++i) {
+      residue_[i] = static_cast<u16>(mod_small(a, digits, kSievePrimes[i].prime));
+      step_[i] = static_cast<u16>(mod_small(step, digits, kSievePrimes[i].prime));
+    }
+  }
+  ~FermatSieve() { secure_wipe(residue_, sizeof residue_); }
+  FermatSieve(const FermatSieve&) = delete;
+  FermatSieve& operator=(const FermatSieve&) = delete;
+
+  void advance() {
+    for (size_t i = 0; i < kSievePrimes.size(); ++i) {
+      u32 r = residue_[i] + step_[i];
+      residue_[i] = static_cast<u16>(r >= kSievePrimes[i].prime ? r - kSievePrimes[i].prime : r);
+    }
+  }
+
+  // False only when the Fermat test of a is sure to fail.
+  bool fermat_may_pass(const MP_DIGIT* a, u32 digits) const {
+    for (size_t i = 0; i < kSievePrimes.size(); ++i) {
+      if (residue_[i] != 0) continue;
+      u32 order = kSievePrimes[i].order;
+      if (mod_small(a, digits, order) != 1 % order) return false;
+    }
+    return true;
+  }
+
+ private:
+  u16 residue_[kSievePrimes.size()];
+  u16 step_[kSievePrimes.size()];
+};
 
 // One prime of `bits` bits with its top two bits set, whose predecessor is coprime to e:
 // lower = 3 * 2^(bits - 2), upper = 2^bits - 1, odd candidates only.
@@ -147,10 +224,12 @@ u32 Generate_Prime(MP_DIGIT* a, const MP_DIGIT* lower, const MP_DIGIT* upper,
   if (MP_Cmp(a, upper, digits) > 0) MP_Sub(a, a, step, digits);
 
   MP_Sub(u, upper, step, digits);  // the last start of a step
-  if (Probable_Prime(a, digits)) return 0;
+  FermatSieve sieve(a, step, digits);
+  if (sieve.fermat_may_pass(a, digits) && Probable_Prime(a, digits)) return 0;
   while (MP_Cmp(a, u, digits) <= 0) {
     MP_Add(a, a, step, digits);
-    if (Probable_Prime(a, digits)) return 0;
+    sieve.advance();
+    if (sieve.fermat_may_pass(a, digits) && Probable_Prime(a, digits)) return 0;
   }
   return RSA_ERR_DATA;
 }
