@@ -1,8 +1,5 @@
 #include "crypto/mont.h"
 
-#include <array>
-#include <utility>
-
 #include "frame/wipe.h"
 
 namespace hylorn {
@@ -64,8 +61,9 @@ struct Frame8 {
   limb n[8];    // 128
   limb n0;      // 192
   limb out[9];  // 200: a b / R mod n plus a top bit, below 2n
+  limb sq[16];  // 272: the full square of a, before its reduction
 };
-static_assert(sizeof(Frame8) == 272, "the kernel addresses the frame by fixed offsets");
+static_assert(sizeof(Frame8) == 400, "the kernels address the frame by fixed offsets");
 
 // One limb of a row: lo(x * rdx) joins the CF chain at LO, hi joins the OF chain at HI.
 #define HYLORN_MULADD(off, LO, HI)            \
@@ -118,6 +116,145 @@ void mont_mul_512_adx(Frame8* f) {
         "cc", "memory");
 }
 
+
+// The 512-bit square: the cross products a_i a_j (i < j) row by row into a register
+// window that slides up two limbs a row, written out as they become final; then twice
+// them plus the squares a_i^2; then the Montgomery reduction of the 16 limbs, eight
+// rounds of t += m n 2^(64 i) over a window of nine registers, the carry beyond the
+// window kept in rsi.
+#define HYLORN_SQ_STORE(p, q, RP, RQ) \
+  "movq " RP ", 272+8*" #p "(%%rdi)\n\t movq " RQ ", 272+8*" #q "(%%rdi)\n\t"
+#define HYLORN_SQ_ROW_START(aoff, TOP) \
+  "movq " #aoff "(%%rdi), %%rdx\n\t xorl %%eax, %%eax\n\t movq %%rax, " TOP "\n\t"
+#define HYLORN_SQ_STEP(aoff, LO, HI) \
+  "mulxq " #aoff "(%%rdi), %%rax, %%rcx\n\t adcxq %%rax, " LO "\n\t adoxq %%rcx, " HI "\n\t"
+#define HYLORN_SQ_ROW_END(TOP) "movl $0, %%eax\n\t adcxq %%rax, " TOP "\n\t"
+#define HYLORN_SQ_DIAGONAL(aoff, lo, hi)                                                      \
+  "movq " #aoff "(%%rdi), %%rdx\n\t mulxq %%rdx, %%rax, %%rcx\n\t"                          \
+  "movq " #lo "(%%rdi), %%r8\n\t adcxq %%r8, %%r8\n\t adoxq %%rax, %%r8\n\t movq %%r8, " #lo \
+  "(%%rdi)\n\t"                                                                             \
+  "movq " #hi "(%%rdi), %%r9\n\t adcxq %%r9, %%r9\n\t adoxq %%rcx, %%r9\n\t movq %%r9, " #hi \
+  "(%%rdi)\n\t"
+#define HYLORN_REDC_STEP(noff, LO, HI) \
+  "mulxq " #noff "(%%rdi), %%rax, %%rcx\n\t adcxq %%rax, " LO "\n\t adoxq %%rcx, " HI "\n\t"
+#define HYLORN_REDC_ROUND(xoff, W0, W1, W2, W3, W4, W5, W6, W7, W8)                         \
+  "movq " #xoff "(%%rdi), " W8 "\n\t"                                                       \
+  "movq " W0 ", %%rdx\n\t imulq 192(%%rdi), %%rdx\n\t xorl %%eax, %%eax\n\t"                \
+  HYLORN_REDC_STEP(128, W0, W1) HYLORN_REDC_STEP(136, W1, W2) HYLORN_REDC_STEP(144, W2, W3) \
+  HYLORN_REDC_STEP(152, W3, W4) HYLORN_REDC_STEP(160, W4, W5) HYLORN_REDC_STEP(168, W5, W6) \
+  HYLORN_REDC_STEP(176, W6, W7) HYLORN_REDC_STEP(184, W7, W8)                               \
+  "adcxq %%rsi, " W8 "\n\t movl $0, %%esi\n\t movl $0, %%eax\n\t"                           \
+  "adoxq %%rax, %%rsi\n\t adcxq %%rax, %%rsi\n\t"
+
+// out = a^2 / R mod n + (0 or n), for a below n < 2^512.
+void mont_sqr_512_adx(Frame8* f) {
+  asm volatile(
+      // a0 * a1..a7 into positions 1..8 (one carry chain)
+      "movq (%%rdi), %%rdx\n\t"
+      "mulxq 8(%%rdi), %%r8, %%r9\n\t"
+      "mulxq 16(%%rdi), %%rax, %%r10\n\t addq %%rax, %%r9\n\t"
+      "mulxq 24(%%rdi), %%rax, %%r11\n\t adcq %%rax, %%r10\n\t"
+      "mulxq 32(%%rdi), %%rax, %%r12\n\t adcq %%rax, %%r11\n\t"
+      "mulxq 40(%%rdi), %%rax, %%r13\n\t adcq %%rax, %%r12\n\t"
+      "mulxq 48(%%rdi), %%rax, %%r14\n\t adcq %%rax, %%r13\n\t"
+      "mulxq 56(%%rdi), %%rax, %%r15\n\t adcq %%rax, %%r14\n\t"
+      "adcq $0, %%r15\n\t"
+      HYLORN_SQ_STORE(1, 2, "%%r8", "%%r9")
+      // a1 * a2..a7 into positions 3..9
+      HYLORN_SQ_ROW_START(8, "%%rbx")
+      HYLORN_SQ_STEP(16, "%%r10", "%%r11")
+      HYLORN_SQ_STEP(24, "%%r11", "%%r12")
+      HYLORN_SQ_STEP(32, "%%r12", "%%r13")
+      HYLORN_SQ_STEP(40, "%%r13", "%%r14")
+      HYLORN_SQ_STEP(48, "%%r14", "%%r15")
+      HYLORN_SQ_STEP(56, "%%r15", "%%rbx")
+      HYLORN_SQ_ROW_END("%%rbx")
+      HYLORN_SQ_STORE(3, 4, "%%r10", "%%r11")
+      // a2 * a3..a7 into positions 5..10
+      HYLORN_SQ_ROW_START(16, "%%r8")
+      HYLORN_SQ_STEP(24, "%%r12", "%%r13")
+      HYLORN_SQ_STEP(32, "%%r13", "%%r14")
+      HYLORN_SQ_STEP(40, "%%r14", "%%r15")
+      HYLORN_SQ_STEP(48, "%%r15", "%%rbx")
+      HYLORN_SQ_STEP(56, "%%rbx", "%%r8")
+      HYLORN_SQ_ROW_END("%%r8")
+      HYLORN_SQ_STORE(5, 6, "%%r12", "%%r13")
+      // a3 * a4..a7 into positions 7..11
+      HYLORN_SQ_ROW_START(24, "%%r9")
+      HYLORN_SQ_STEP(32, "%%r14", "%%r15")
+      HYLORN_SQ_STEP(40, "%%r15", "%%rbx")
+      HYLORN_SQ_STEP(48, "%%rbx", "%%r8")
+      HYLORN_SQ_STEP(56, "%%r8", "%%r9")
+      HYLORN_SQ_ROW_END("%%r9")
+      HYLORN_SQ_STORE(7, 8, "%%r14", "%%r15")
+      // a4 * a5..a7 into positions 9..12
+      HYLORN_SQ_ROW_START(32, "%%r10")
+      HYLORN_SQ_STEP(40, "%%rbx", "%%r8")
+      HYLORN_SQ_STEP(48, "%%r8", "%%r9")
+      HYLORN_SQ_STEP(56, "%%r9", "%%r10")
+      HYLORN_SQ_ROW_END("%%r10")
+      HYLORN_SQ_STORE(9, 10, "%%rbx", "%%r8")
+      // a5 * a6..a7 into positions 11..13
+      HYLORN_SQ_ROW_START(40, "%%r11")
+      HYLORN_SQ_STEP(48, "%%r9", "%%r10")
+      HYLORN_SQ_STEP(56, "%%r10", "%%r11")
+      HYLORN_SQ_ROW_END("%%r11")
+      HYLORN_SQ_STORE(11, 12, "%%r9", "%%r10")
+      // a6 * a7..a7 into positions 13..14
+      HYLORN_SQ_ROW_START(48, "%%r12")
+      HYLORN_SQ_STEP(56, "%%r11", "%%r12")
+      HYLORN_SQ_ROW_END("%%r12")
+      HYLORN_SQ_STORE(13, 14, "%%r11", "%%r12")
+      // twice the cross products plus the squares a_i^2 at positions 2i, 2i+1
+      "movq $0, 272(%%rdi)\n\t movq $0, 392(%%rdi)\n\t xorl %%eax, %%eax\n\t"
+      HYLORN_SQ_DIAGONAL(0, 272, 280)
+      HYLORN_SQ_DIAGONAL(8, 288, 296)
+      HYLORN_SQ_DIAGONAL(16, 304, 312)
+      HYLORN_SQ_DIAGONAL(24, 320, 328)
+      HYLORN_SQ_DIAGONAL(32, 336, 344)
+      HYLORN_SQ_DIAGONAL(40, 352, 360)
+      HYLORN_SQ_DIAGONAL(48, 368, 376)
+      HYLORN_SQ_DIAGONAL(56, 384, 392)
+      // Montgomery reduction of the 16 limbs, a window of 9 registers sliding up
+      "movq 272(%%rdi), %%r8\n\t"
+      "movq 280(%%rdi), %%r9\n\t"
+      "movq 288(%%rdi), %%r10\n\t"
+      "movq 296(%%rdi), %%r11\n\t"
+      "movq 304(%%rdi), %%r12\n\t"
+      "movq 312(%%rdi), %%r13\n\t"
+      "movq 320(%%rdi), %%r14\n\t"
+      "movq 328(%%rdi), %%r15\n\t"
+      "xorl %%esi, %%esi\n\t"
+      HYLORN_REDC_ROUND(336, "%%r8", "%%r9", "%%r10", "%%r11", "%%r12", "%%r13", "%%r14", "%%r15", "%%rbx")
+      HYLORN_REDC_ROUND(344, "%%r9", "%%r10", "%%r11", "%%r12", "%%r13", "%%r14", "%%r15", "%%rbx", "%%r8")
+      HYLORN_REDC_ROUND(352, "%%r10", "%%r11", "%%r12", "%%r13", "%%r14", "%%r15", "%%rbx", "%%r8", "%%r9")
+      HYLORN_REDC_ROUND(360, "%%r11", "%%r12", "%%r13", "%%r14", "%%r15", "%%rbx", "%%r8", "%%r9", "%%r10")
+      HYLORN_REDC_ROUND(368, "%%r12", "%%r13", "%%r14", "%%r15", "%%rbx", "%%r8", "%%r9", "%%r10", "%%r11")
+      HYLORN_REDC_ROUND(376, "%%r13", "%%r14", "%%r15", "%%rbx", "%%r8", "%%r9", "%%r10", "%%r11", "%%r12")
+      HYLORN_REDC_ROUND(384, "%%r14", "%%r15", "%%rbx", "%%r8", "%%r9", "%%r10", "%%r11", "%%r12", "%%r13")
+      HYLORN_REDC_ROUND(392, "%%r15", "%%rbx", "%%r8", "%%r9", "%%r10", "%%r11", "%%r12", "%%r13", "%%r14")
+      "movq %%rbx, 200(%%rdi)\n\t"
+      "movq %%r8, 208(%%rdi)\n\t"
+      "movq %%r9, 216(%%rdi)\n\t"
+      "movq %%r10, 224(%%rdi)\n\t"
+      "movq %%r11, 232(%%rdi)\n\t"
+      "movq %%r12, 240(%%rdi)\n\t"
+      "movq %%r13, 248(%%rdi)\n\t"
+      "movq %%r14, 256(%%rdi)\n\t"
+      "movq %%rsi, 264(%%rdi)\n\t"
+      :
+      : "D"(f)
+      : "rax", "rbx", "rcx", "rdx", "rsi", "r8", "r9", "r10", "r11", "r12", "r13", "r14", "r15",
+        "cc", "memory");
+}
+
+#undef HYLORN_REDC_ROUND
+#undef HYLORN_REDC_STEP
+#undef HYLORN_SQ_DIAGONAL
+#undef HYLORN_SQ_ROW_END
+#undef HYLORN_SQ_STEP
+#undef HYLORN_SQ_ROW_START
+#undef HYLORN_SQ_STORE
 
 // The 1024-bit row: the accumulator t (18 limbs) stays in memory. Pass 1 adds a * bi
 // (lo in the CF chain, the previous hi in the OF chain); pass 2 adds m n and stores each
@@ -277,7 +414,19 @@ struct Field {
     reduce_once(r, t, t[N]);
   }
 
-  void sqr(limb* r, const limb* a) const { mul(r, a, a); }
+  void sqr(limb* r, const limb* a) const {
+#ifdef HYLORN_MONT8_ADX
+    if constexpr (N == 8) {
+      if (adx) {
+        for (int j = 0; j < N; ++j) frame.a[j] = a[j];
+        mont_sqr_512_adx(&frame);
+        reduce_once(r, frame.out, frame.out[N]);
+        return;
+      }
+    }
+#endif
+    mul(r, a, a);
+  }
 
   // r = 2 a mod n for a < n.
   void dbl(limb* r, const limb* a) const {
@@ -501,14 +650,15 @@ void exp_with_limbs(MP_DIGIT* a, const MP_DIGIT* b, const MP_DIGIT* c, u32 cDigi
   secure_wipe(reduced, sizeof reduced);
 }
 
-using ExpFn = void (*)(MP_DIGIT*, const MP_DIGIT*, const MP_DIGIT*, u32, const MP_DIGIT*, u32);
-
-template <int... I>
-constexpr auto make_exp_table(std::integer_sequence<int, I...>) {
-  return std::array<ExpFn, sizeof...(I)>{&exp_with_limbs<I + 1>...};
+// Calls exp_with_limbs<limbs> for limbs in N..kMaxLimbs (direct calls, no table).
+template <int N>
+void exp_for_limbs(int limbs, MP_DIGIT* a, const MP_DIGIT* b, const MP_DIGIT* c, u32 cDigits,
+                   const MP_DIGIT* d, u32 dDigits) {
+  if (limbs == N)
+    exp_with_limbs<N>(a, b, c, cDigits, d, dDigits);
+  else if constexpr (N < kMaxLimbs)
+    exp_for_limbs<N + 1>(limbs, a, b, c, cDigits, d, dDigits);
 }
-
-constexpr auto kExpByLimbs = make_exp_table(std::make_integer_sequence<int, kMaxLimbs>{});
 
 }  // namespace
 
@@ -519,7 +669,7 @@ void mont_mod_exp(MP_DIGIT* a, const MP_DIGIT* b, const MP_DIGIT* c, u32 cDigits
     MP_AssignZero(a, dDigits);
     return;
   }
-  kExpByLimbs[(dSig + 1) / 2 - 1](a, b, c, cDigits, d, dDigits);
+  exp_for_limbs<1>(static_cast<int>((dSig + 1) / 2), a, b, c, cDigits, d, dDigits);
 }
 
 }  // namespace hylorn

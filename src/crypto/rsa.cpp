@@ -38,7 +38,7 @@ u32 build_block(u8* block, u32 modulusLen, u8 type, const u8* in, u32 inLen,
     } while (block[i] == 0);
   }
   block[separator] = 0x00;
-  std::memcpy(&block[separator + 1], in, inLen);
+  if (inLen > 0) std::memcpy(&block[separator + 1], in, inLen);
   return 0;
 }
 
@@ -60,40 +60,39 @@ u32 open_block(const u8* block, u32 modulusLen, u8 type, u32* dataAt, u32* outLe
   return 0;
 }
 
-using BlockOp = u32 (*)(u8*, u32*, const u8*, u32, const void*);
-
-u32 public_block(u8* out, u32* outLen, const u8* in, u32 inLen, const void* key) {
-  return RSA_Public_Block(out, outLen, in, inLen, static_cast<const RSA_PUBLIC_KEY*>(key));
+u32 apply_block(u8* out, u32* outLen, const u8* in, u32 inLen, const RSA_PUBLIC_KEY* key) {
+  return RSA_Public_Block(out, outLen, in, inLen, key);
 }
-u32 private_block(u8* out, u32* outLen, const u8* in, u32 inLen, const void* key) {
-  return RSA_Private_Block(out, outLen, in, inLen, static_cast<const RSA_PRIVATE_KEY*>(key));
+u32 apply_block(u8* out, u32* outLen, const u8* in, u32 inLen, const RSA_PRIVATE_KEY* key) {
+  return RSA_Private_Block(out, outLen, in, inLen, key);
 }
 
-u32 pad_and_apply(u8* out, u32* outLen, const u8* in, u32 inLen, u16 bits, u8 type,
-                  BlockOp op, const void* key, RANDOM_STATE* rs) {
-  u32 modulusLen = modulus_len(bits);
+template <class Key>
+u32 pad_and_apply(u8* out, u32* outLen, const u8* in, u32 inLen, u8 type, const Key* key,
+                  RANDOM_STATE* rs) {
+  u32 modulusLen = modulus_len(key->bits);
   if (too_long_to_pad(inLen, modulusLen) || modulusLen > MAX_RSA_MODULUS_LEN) return RSA_ERR_LEN;
   u8 block[MAX_RSA_MODULUS_LEN];
   auto wipe = on_exit([&] { secure_wipe(block, sizeof block); });
   u32 status = build_block(block, modulusLen, type, in, inLen, rs);
   if (status != 0) return status;
-  return op(out, outLen, block, modulusLen, key);
+  return apply_block(out, outLen, block, modulusLen, key);
 }
 
-u32 apply_and_unpad(u8* out, u32* outLen, const u8* in, u32 inLen, u16 bits, u8 type,
-                    BlockOp op, const void* key) {
-  u32 modulusLen = modulus_len(bits);
+template <class Key>
+u32 apply_and_unpad(u8* out, u32* outLen, const u8* in, u32 inLen, u8 type, const Key* key) {
+  u32 modulusLen = modulus_len(key->bits);
   if (inLen > modulusLen || modulusLen > MAX_RSA_MODULUS_LEN) return RSA_ERR_LEN;
   u8 block[MAX_RSA_MODULUS_LEN] = {};
   auto wipe = on_exit([&] { secure_wipe(block, sizeof block); });
   u32 blockLen = 0;
-  u32 status = op(block, &blockLen, in, inLen, key);
+  u32 status = apply_block(block, &blockLen, in, inLen, key);
   if (status != 0) return status;
   if (blockLen != modulusLen) return RSA_ERR_LEN;
   u32 dataAt = 0;
   status = open_block(block, modulusLen, type, &dataAt, outLen);
   if (status != 0) return status;
-  std::memcpy(out, &block[dataAt], *outLen);
+  if (*outLen > 0) std::memcpy(out, &block[dataAt], *outLen);
   return 0;
 }
 
@@ -170,23 +169,22 @@ u32 RSA_Private_Block(u8* out, u32* outLen, const u8* in, u32 inLen,
 
 u32 RSA_Public_Encrypt(u8* out, u32* outLen, const u8* in, u32 inLen, const RSA_PUBLIC_KEY* key,
                        RANDOM_STATE* rs) {
-  return pad_and_apply(out, outLen, in, inLen, key->bits, kBlockEncrypt, public_block, key, rs);
+  return pad_and_apply(out, outLen, in, inLen, kBlockEncrypt, key, rs);
 }
 
 u32 RSA_Public_Decrypt(u8* out, u32* outLen, const u8* in, u32 inLen,
                        const RSA_PUBLIC_KEY* key) {
-  return apply_and_unpad(out, outLen, in, inLen, key->bits, kBlockSign, public_block, key);
+  return apply_and_unpad(out, outLen, in, inLen, kBlockSign, key);
 }
 
 u32 RSA_Private_Encrypt(u8* out, u32* outLen, const u8* in, u32 inLen,
                         const RSA_PRIVATE_KEY* key) {
-  return pad_and_apply(out, outLen, in, inLen, key->bits, kBlockSign, private_block, key,
-                       nullptr);
+  return pad_and_apply(out, outLen, in, inLen, kBlockSign, key, nullptr);
 }
 
 u32 RSA_Private_Decrypt(u8* out, u32* outLen, const u8* in, u32 inLen,
                         const RSA_PRIVATE_KEY* key) {
-  return apply_and_unpad(out, outLen, in, inLen, key->bits, kBlockEncrypt, private_block, key);
+  return apply_and_unpad(out, outLen, in, inLen, kBlockEncrypt, key);
 }
 
 int Rsa_Pub_Enc(int, u8* out, u32* outLen, const u8* in, u32 inLen, const RSA_PUBLIC_KEY* key) {
