@@ -1,5 +1,7 @@
 #include "crypto/mont.h"
 
+#include <cstring>
+
 #include "frame/wipe.h"
 
 namespace hylorn {
@@ -60,7 +62,7 @@ struct Frame8 {
   limb b[8];    // 64
   limb n[8];    // 128
   limb n0;      // 192
-  limb out[9];  // 200: a b / R mod n plus a top bit, below 2n
+  limb out[9];  // 200: room for t - n
   limb sq[16];  // 272: the full square of a, before its reduction
 };
 static_assert(sizeof(Frame8) == 400, "the kernels address the frame by fixed offsets");
@@ -93,8 +95,31 @@ static_assert(sizeof(Frame8) == 400, "the kernels address the frame by fixed off
   HYLORN_MULADD(176, T6, T7) HYLORN_MULADD(184, T7, T8) HYLORN_CARRY_OUT(T8)            \
   "movq %%rsi, " T0 "\n\t"
 
-// out = a b / R mod n + (0 or n), for a, b below n < 2^512.
-void mont_mul_512_adx(Frame8* f) {
+// The result t (rbx, r8..r14 and the top bit in TOP) is below 2n: t - n goes to out, and
+// a takes it when no borrow remains, t otherwise (by conditional moves, not branches).
+#define HYLORN_SUB_LIMB(R, noff, toff, op) "movq " R ", %%rax\n\t " op " " #noff "(%%rdi), %%rax\n\t movq %%rax, " #toff "(%%rdi)\n\t"
+#define HYLORN_TAKE_LIMB(R, toff, aoff) "cmovncq " #toff "(%%rdi), " R "\n\t movq " R ", " #aoff "(%%rdi)\n\t"
+#define HYLORN_FINAL_SUBTRACT(TOP) \
+  HYLORN_SUB_LIMB("%%rbx", 128, 200, "subq") \
+  HYLORN_SUB_LIMB("%%r8", 136, 208, "sbbq") \
+  HYLORN_SUB_LIMB("%%r9", 144, 216, "sbbq") \
+  HYLORN_SUB_LIMB("%%r10", 152, 224, "sbbq") \
+  HYLORN_SUB_LIMB("%%r11", 160, 232, "sbbq") \
+  HYLORN_SUB_LIMB("%%r12", 168, 240, "sbbq") \
+  HYLORN_SUB_LIMB("%%r13", 176, 248, "sbbq") \
+  HYLORN_SUB_LIMB("%%r14", 184, 256, "sbbq") \
+  "sbbq $0, " TOP "\n\t" \
+  HYLORN_TAKE_LIMB("%%rbx", 200, 0) \
+  HYLORN_TAKE_LIMB("%%r8", 208, 8) \
+  HYLORN_TAKE_LIMB("%%r9", 216, 16) \
+  HYLORN_TAKE_LIMB("%%r10", 224, 24) \
+  HYLORN_TAKE_LIMB("%%r11", 232, 32) \
+  HYLORN_TAKE_LIMB("%%r12", 240, 40) \
+  HYLORN_TAKE_LIMB("%%r13", 248, 48) \
+  HYLORN_TAKE_LIMB("%%r14", 256, 56)
+
+// a = a b / R mod n, for a, b below n < 2^512.
+__attribute__((always_inline)) inline void mont_mul_512_adx(Frame8* f) {
   asm volatile(
       "xorl %%r8d, %%r8d\n\t"
       "movq %%r8, %%r9\n\t movq %%r8, %%r10\n\t movq %%r8, %%r11\n\t movq %%r8, %%r12\n\t"
@@ -107,9 +132,7 @@ void mont_mul_512_adx(Frame8* f) {
       HYLORN_ROW(104, "%%r13", "%%r14", "%%r15", "%%rbx", "%%r8", "%%r9", "%%r10", "%%r11", "%%r12")
       HYLORN_ROW(112, "%%r14", "%%r15", "%%rbx", "%%r8", "%%r9", "%%r10", "%%r11", "%%r12", "%%r13")
       HYLORN_ROW(120, "%%r15", "%%rbx", "%%r8", "%%r9", "%%r10", "%%r11", "%%r12", "%%r13", "%%r14")
-      "movq %%rbx, 200(%%rdi)\n\t movq %%r8, 208(%%rdi)\n\t movq %%r9, 216(%%rdi)\n\t"
-      "movq %%r10, 224(%%rdi)\n\t movq %%r11, 232(%%rdi)\n\t movq %%r12, 240(%%rdi)\n\t"
-      "movq %%r13, 248(%%rdi)\n\t movq %%r14, 256(%%rdi)\n\t movq %%r15, 264(%%rdi)\n\t"
+      HYLORN_FINAL_SUBTRACT("%%r15")
       :
       : "D"(f)
       : "rax", "rbx", "rcx", "rdx", "rsi", "r8", "r9", "r10", "r11", "r12", "r13", "r14", "r15",
@@ -146,8 +169,8 @@ void mont_mul_512_adx(Frame8* f) {
   "adcxq %%rsi, " W8 "\n\t movl $0, %%esi\n\t movl $0, %%eax\n\t"                           \
   "adoxq %%rax, %%rsi\n\t adcxq %%rax, %%rsi\n\t"
 
-// out = a^2 / R mod n + (0 or n), for a below n < 2^512.
-void mont_sqr_512_adx(Frame8* f) {
+// a = a^2 / R mod n, for a below n < 2^512.
+__attribute__((always_inline)) inline void mont_sqr_512_adx(Frame8* f) {
   asm volatile(
       // a0 * a1..a7 into positions 1..8 (one carry chain)
       "movq (%%rdi), %%rdx\n\t"
@@ -233,21 +256,16 @@ void mont_sqr_512_adx(Frame8* f) {
       HYLORN_REDC_ROUND(376, "%%r13", "%%r14", "%%r15", "%%rbx", "%%r8", "%%r9", "%%r10", "%%r11", "%%r12")
       HYLORN_REDC_ROUND(384, "%%r14", "%%r15", "%%rbx", "%%r8", "%%r9", "%%r10", "%%r11", "%%r12", "%%r13")
       HYLORN_REDC_ROUND(392, "%%r15", "%%rbx", "%%r8", "%%r9", "%%r10", "%%r11", "%%r12", "%%r13", "%%r14")
-      "movq %%rbx, 200(%%rdi)\n\t"
-      "movq %%r8, 208(%%rdi)\n\t"
-      "movq %%r9, 216(%%rdi)\n\t"
-      "movq %%r10, 224(%%rdi)\n\t"
-      "movq %%r11, 232(%%rdi)\n\t"
-      "movq %%r12, 240(%%rdi)\n\t"
-      "movq %%r13, 248(%%rdi)\n\t"
-      "movq %%r14, 256(%%rdi)\n\t"
-      "movq %%rsi, 264(%%rdi)\n\t"
+      HYLORN_FINAL_SUBTRACT("%%rsi")
       :
       : "D"(f)
       : "rax", "rbx", "rcx", "rdx", "rsi", "r8", "r9", "r10", "r11", "r12", "r13", "r14", "r15",
         "cc", "memory");
 }
 
+#undef HYLORN_FINAL_SUBTRACT
+#undef HYLORN_TAKE_LIMB
+#undef HYLORN_SUB_LIMB
 #undef HYLORN_REDC_ROUND
 #undef HYLORN_REDC_STEP
 #undef HYLORN_SQ_DIAGONAL
@@ -349,6 +367,28 @@ struct Field {
 #endif
   }
 
+#ifdef HYLORN_MONT8_ADX
+  // The kernels work in place on frame.a; an accumulator kept there is never copied.
+  limb* accumulator(limb* fallback) const {
+    if constexpr (N == 8) {
+      if (adx) return frame.a;
+    }
+    return fallback;
+  }
+  void load_frame(const limb* a, const limb* b) const {
+    if (b != nullptr)
+      for (int j = 0; j < N; ++j) frame.b[j] = b[j];
+    if (a != frame.a)
+      for (int j = 0; j < N; ++j) frame.a[j] = a[j];
+  }
+  void unload_frame(limb* r) const {
+    if (r != frame.a)
+      for (int j = 0; j < N; ++j) r[j] = frame.a[j];
+  }
+#else
+  limb* accumulator(limb* fallback) const { return fallback; }
+#endif
+
   // r = t - n when t (N limbs plus the carry limb top) is at least n, else t.
   void reduce_once(limb* r, const limb* t, limb top) const {
     limb diff[N];
@@ -367,9 +407,9 @@ struct Field {
 #ifdef HYLORN_MONT8_ADX
     if constexpr (N == 8) {
       if (adx) {
-        for (int j = 0; j < N; ++j) frame.a[j] = a[j], frame.b[j] = b[j];
+        load_frame(a, b);
         mont_mul_512_adx(&frame);
-        reduce_once(r, frame.out, frame.out[N]);
+        unload_frame(r);
         return;
       }
     }
@@ -418,9 +458,9 @@ struct Field {
 #ifdef HYLORN_MONT8_ADX
     if constexpr (N == 8) {
       if (adx) {
-        for (int j = 0; j < N; ++j) frame.a[j] = a[j];
+        load_frame(a, nullptr);
         mont_sqr_512_adx(&frame);
-        reduce_once(r, frame.out, frame.out[N]);
+        unload_frame(r);
         return;
       }
     }
@@ -486,12 +526,14 @@ class Exponentiation {
     limb bm[N];
     f_.mul(bm, b, rr_);  // b R mod n: b < R and rr < n keep the product below R n
     u32 bits = mp_bits(c, cDigits);
+    limb* acc = f_.accumulator(t);
     if (is_two(b))
-      power_of_two(t, c, bits);
+      power_of_two(acc, c, bits);
     else if (bits <= 64)
-      square_and_multiply(t, bm, c, bits);
+      square_and_multiply(acc, bm, c, bits);
     else
-      fixed_window(t, bm, c, cDigits, bits);
+      fixed_window(acc, bm, c, cDigits, bits);
+    for (int j = 0; j < N; ++j) t[j] = acc[j];
     secure_wipe(bm, sizeof bm);
   }
 
@@ -592,18 +634,29 @@ class Exponentiation {
     }
   }
 
-  // Copies table entry k into r, touching every entry alike.
+  // Copies table entry k into r, touching every entry alike. The entries are gathered
+  // two limbs at a time into a local array that stays in registers (r may alias
+  // anything; left to itself the compiler vectorises across entries and shuffles).
   void lookup(limb* r, u32 k, u32 entries) const {
-    for (int j = 0; j < N; ++j) r[j] = 0;
+    using Pair = limb __attribute__((vector_size(16)));
+    constexpr int kPairs = (N + 1) / 2;
+    Pair acc[kPairs] = {};
     for (u32 e = 0; e < entries; ++e) {
-      limb take = mask_of(((static_cast<limb>(e ^ k)) - 1) >> (kLimbBits - 1));
-      for (int j = 0; j < N; ++j) r[j] |= table_[e][j] & take;
+      limb m = mask_of((static_cast<limb>(e ^ k) - 1) >> (kLimbBits - 1));
+      Pair take = {m, m};
+      for (int j = 0; j < kPairs; ++j) {
+        Pair v;
+        std::memcpy(&v, &table_[e][2 * j], sizeof v);
+        acc[j] |= v & take;
+      }
     }
+    std::memcpy(r, acc, N * sizeof(limb));
   }
 
   void fixed_window(limb* t, const limb* bm, const MP_DIGIT* c, u32 cDigits, u32 bits) {
     u32 w = window_width(bits);
     u32 entries = 1u << w;
+    for (u32 e = 0; e < entries; ++e) table_[e][N] = 0;
     for (int j = 0; j < N; ++j) table_[0][j] = one_[j], table_[1][j] = bm[j];
     for (u32 e = 2; e < entries; ++e) {
       if (e % 2 == 0)
@@ -625,7 +678,7 @@ class Exponentiation {
   Field<N> f_;
   limb one_[N];  // R mod n, the Montgomery form of 1
   limb rr_[N];   // R^2 mod n
-  limb table_[1u << kMaxWindow][N];
+  limb table_[1u << kMaxWindow][N + 1];  // one spare limb: entries are read in pairs
 };
 
 template <int N>
