@@ -1,6 +1,7 @@
 #include "crypto/mont.h"
 
 #include <cstring>
+#include <initializer_list>
 
 #include "frame/wipe.h"
 
@@ -32,6 +33,59 @@ void from_limbs(MP_DIGIT* a, u32 digits, const limb* r, int n) {
     int j = static_cast<int>(i / 2);
     a[i] = j < n ? static_cast<MP_DIGIT>(r[j] >> (32 * (i & 1))) : 0;
   }
+}
+
+constexpr int kMaxDividendLimbs = 2 * kMaxLimbs + 1;
+
+// Long division on 64-bit limbs (Knuth's algorithm D): u (m limbs) by v (n limbs, its top
+// limb not 0, m >= n) into q (m - n + 1 limbs, unless null) and r (n limbs). The divisor
+// is shifted until its top bit is set; each quotient limb is estimated from the top two
+// limbs of the running remainder, refined with the divisor's second limb, and corrected
+// by one add-back when still one too large.
+void divide_limbs(limb* q, limb* r, const limb* u, int m, const limb* v, int n) {
+  limb vn[kMaxLimbs], un[kMaxDividendLimbs + 1];
+  int s = __builtin_clzll(v[n - 1]);
+  auto shifted = [s](limb hi, limb lo) { return s == 0 ? hi : (hi << s) | (lo >> (kLimbBits - s)); };
+  for (int i = n - 1; i > 0; --i) vn[i] = shifted(v[i], v[i - 1]);
+  vn[0] = v[0] << s;
+  un[m] = s == 0 ? 0 : u[m - 1] >> (kLimbBits - s);
+  for (int i = m - 1; i > 0; --i) un[i] = shifted(u[i], u[i - 1]);
+  un[0] = u[0] << s;
+
+  for (int j = m - n; j >= 0; --j) {
+    wide top = (static_cast<wide>(un[j + n]) << kLimbBits) | un[j + n - 1];
+    wide qhat = top / vn[n - 1], rhat = top % vn[n - 1];
+    while ((qhat >> kLimbBits) != 0 ||
+           (n > 1 && qhat * vn[n - 2] > ((rhat << kLimbBits) | un[j + n - 2]))) {
+      --qhat;
+      rhat += vn[n - 1];
+      if ((rhat >> kLimbBits) != 0) break;
+    }
+    limb carry = 0, borrow = 0;
+    for (int i = 0; i < n; ++i) {
+      wide p = qhat * vn[i] + carry;
+      carry = static_cast<limb>(p >> kLimbBits);
+      wide d = static_cast<wide>(un[i + j]) - static_cast<limb>(p) - borrow;
+      un[i + j] = static_cast<limb>(d);
+      borrow = static_cast<limb>(d >> kLimbBits) & 1;
+    }
+    wide d = static_cast<wide>(un[j + n]) - carry - borrow;
+    un[j + n] = static_cast<limb>(d);
+    if ((d >> kLimbBits) != 0) {  // one too many: add the divisor back
+      --qhat;
+      limb c = 0;
+      for (int i = 0; i < n; ++i) {
+        wide sum = static_cast<wide>(un[i + j]) + vn[i] + c;
+        un[i + j] = static_cast<limb>(sum);
+        c = static_cast<limb>(sum >> kLimbBits);
+      }
+      un[j + n] += c;
+    }
+    if (q != nullptr) q[j] = static_cast<limb>(qhat);
+  }
+  for (int i = 0; i < n; ++i) r[i] = s == 0 ? un[i] : (un[i] >> s) | (un[i + 1] << (kLimbBits - s));
+  secure_wipe(vn, sizeof vn);
+  secure_wipe(un, sizeof un);
 }
 
 // -n^-1 mod 2^64 for odd n, by Newton's iteration (each step doubles the correct bits).
@@ -554,56 +608,11 @@ class Exponentiation {
     r_squared();
   }
 
-  // rr = 2^(128 N) mod n by long division on 64-bit limbs: the divisor is normalised to
-  // a top limb with its high bit set, each quotient limb is estimated from the top two
-  // limbs of the remainder, refined with the next divisor limb, and corrected by one
-  // add-back when still too large.
+  // rr = 2^(128 N) mod n.
   void r_squared() {
-    const limb* n = f_.n;
-    if constexpr (N == 1) {
-      wide r = (static_cast<wide>(1) << kLimbBits) % n[0];
-      rr_[0] = static_cast<limb>(r * r % n[0]);
-    } else {
-      int s = __builtin_clzll(n[N - 1]);
-      limb vn[N], un[2 * N + 2] = {};
-      for (int i = N - 1; i > 0; --i)
-        vn[i] = (n[i] << s) | (s == 0 ? 0 : n[i - 1] >> (kLimbBits - s));
-      vn[0] = n[0] << s;
-      un[2 * N] = static_cast<limb>(1) << s;
-      for (int j = N + 1; j >= 0; --j) {
-        wide top = (static_cast<wide>(un[j + N]) << kLimbBits) | un[j + N - 1];
-        wide qhat = top / vn[N - 1], rhat = top % vn[N - 1];
-        while ((qhat >> kLimbBits) != 0 ||
-               qhat * vn[N - 2] > ((rhat << kLimbBits) | un[j + N - 2])) {
-          --qhat;
-          rhat += vn[N - 1];
-          if ((rhat >> kLimbBits) != 0) break;
-        }
-        limb carry = 0, borrow = 0;
-        for (int i = 0; i < N; ++i) {
-          wide p = qhat * vn[i] + carry;
-          carry = static_cast<limb>(p >> kLimbBits);
-          wide d = static_cast<wide>(un[i + j]) - static_cast<limb>(p) - borrow;
-          un[i + j] = static_cast<limb>(d);
-          borrow = static_cast<limb>(d >> kLimbBits) & 1;
-        }
-        wide d = static_cast<wide>(un[j + N]) - carry - borrow;
-        un[j + N] = static_cast<limb>(d);
-        if ((d >> kLimbBits) != 0) {  // one too many: add the divisor back
-          limb c = 0;
-          for (int i = 0; i < N; ++i) {
-            wide sum = static_cast<wide>(un[i + j]) + vn[i] + c;
-            un[i + j] = static_cast<limb>(sum);
-            c = static_cast<limb>(sum >> kLimbBits);
-          }
-          un[j + N] += c;
-        }
-      }
-      for (int i = 0; i < N; ++i)
-        rr_[i] = (un[i] >> s) | (s == 0 ? 0 : un[i + 1] << (kLimbBits - s));
-      secure_wipe(vn, sizeof vn);
-      secure_wipe(un, sizeof un);
-    }
+    limb u[2 * N + 1] = {};
+    u[2 * N] = 1;
+    divide_limbs(nullptr, rr_, u, 2 * N + 1, f_.n, N);
   }
 
   static bool is_two(const limb* b) {
@@ -714,6 +723,23 @@ void exp_for_limbs(int limbs, MP_DIGIT* a, const MP_DIGIT* b, const MP_DIGIT* c,
 }
 
 }  // namespace
+
+void mp_divide(MP_DIGIT* quotient, MP_DIGIT* remainder, const MP_DIGIT* c, u32 cDigits,
+               const MP_DIGIT* d, u32 dDigits) {
+  limb u[kMaxDividendLimbs] = {}, v[kMaxDividendLimbs] = {}, q[kMaxDividendLimbs] = {};
+  limb r[kMaxDividendLimbs] = {};
+  int m = static_cast<int>((cDigits + 1) / 2);
+  int n = static_cast<int>((MP_Digits(d, dDigits) + 1) / 2);
+  to_limbs(u, m, c, cDigits);
+  to_limbs(v, n, d, dDigits);
+  if (m < n)
+    for (int i = 0; i < m; ++i) r[i] = u[i];  // c has fewer limbs than d: c < d
+  else
+    divide_limbs(q, r, u, m, v, n);
+  from_limbs(quotient, cDigits, q, kMaxDividendLimbs);
+  from_limbs(remainder, dDigits, r, n);
+  for (limb* t : {u, v, q, r}) secure_wipe(t, kMaxDividendLimbs * sizeof(limb));
+}
 
 void mont_mod_exp(MP_DIGIT* a, const MP_DIGIT* b, const MP_DIGIT* c, u32 cDigits,
                   const MP_DIGIT* d, u32 dDigits) {

@@ -8,6 +8,11 @@
 
 namespace hylorn {
 
+// quotient (cDigits) = c div d, remainder (dDigits) = c mod d, on 64-bit limbs; d is not
+// zero, quotient and remainder do not overlap.
+void mp_divide(MP_DIGIT* quotient, MP_DIGIT* remainder, const MP_DIGIT* c, u32 cDigits,
+               const MP_DIGIT* d, u32 dDigits);
+
 // a (dDigits) = b^c mod d for an odd d and a non-zero c; b has dDigits digits and need
 // not be below d. Exponents of at most 64 bits are taken to be public (3, 65537, the
 // Fermat test's) and use a square-and-multiply that skips zero bits; longer exponents

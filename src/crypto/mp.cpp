@@ -113,43 +113,11 @@ MP_DIGIT MP_RShift(MP_DIGIT* a, const MP_DIGIT* b, u32 shift, u32 digits) {
   return carry;
 }
 
-// Long division on the divisor normalised to a top digit with its high bit set. Each
-// quotient digit is first underestimated from the top two digits of the running
-// remainder divided by (top digit of the divisor + 1), then corrected upwards.
+// The division itself runs on 64-bit limbs in the engine; only its results count.
 void MP_Div(MP_DIGIT* quotient, MP_DIGIT* remainder, const MP_DIGIT* c, u32 cDigits,
             const MP_DIGIT* d, u32 dDigits) {
-  u32 ddDigits = MP_Digits(d, dDigits);
-  if (ddDigits == 0) return;
-
-  MP_DIGIT cc[kWideDigits + 1] = {};
-  MP_DIGIT dd[MP_MAX_DIGITS] = {};
-  MP_DIGIT q[kWideDigits] = {};
-  u32 shift = MP_DIGIT_BITS - MP_DigitBits(d[ddDigits - 1]);
-  cc[cDigits] = MP_LShift(cc, c, shift, cDigits);
-  MP_LShift(dd, d, shift, ddDigits);
-  MP_DIGIT top = dd[ddDigits - 1];
-
-  for (u32 k = cDigits + 1; k-- > ddDigits;) {
-    u32 i = k - ddDigits;
-    MP_DIGIT estimate;
-    if (top == MP_MAX_DIGIT)
-      estimate = cc[k];
-    else
-      MP_DigitDiv(&estimate, &cc[k - 1], top + 1);
-    cc[k] -= MP_SubDigitMult(&cc[i], &cc[i], estimate, dd, ddDigits);
-    while (cc[k] != 0 || MP_Cmp(&cc[i], dd, ddDigits) >= 0) {
-      ++estimate;
-      cc[k] -= MP_Sub(&cc[i], &cc[i], dd, ddDigits);
-    }
-    q[i] = estimate;
-  }
-
-  MP_Assign(quotient, q, cDigits);
-  MP_AssignZero(remainder, dDigits);
-  MP_RShift(remainder, cc, shift, ddDigits);
-  secure_wipe(cc, sizeof cc);
-  secure_wipe(dd, sizeof dd);
-  secure_wipe(q, sizeof q);
+  if (MP_Zero(d, dDigits)) return;
+  mp_divide(quotient, remainder, c, cDigits, d, dDigits);
 }
 
 void MP_Mod(MP_DIGIT* a, const MP_DIGIT* b, u32 bDigits, const MP_DIGIT* c, u32 cDigits) {

@@ -247,6 +247,20 @@ TEST(MpEdge, DivisionByZeroWritesNothing) {
   EXPECT_EQ(r, (Digits{0xEF, 0x12}));
 }
 
+// A quotient limb whose estimate stays one too large after refinement: the division has
+// to add the divisor back.
+TEST(MpEdge, DivisionThatNeedsItsAddBackStep) {
+  Digits c = {2, 0, 0, 0x80000000u, 0xFFFFFFFFu, 0xFFFFFFFFu, 0xFFFFFFFFu, 0x7FFFFFFFu};
+  Digits d = {0xFFFFFFFFu, 0xFFFFFFFFu, 0, 0x80000000u, 0, 0x80000000u, 0, 0};
+  Digits q(8), r(8);
+  hylorn::MP_Div(q.data(), r.data(), c.data(), 8, d.data(), 8);
+  Bn bq = new_bn(), br = new_bn();
+  hylorn_test::BnCtx ctx(BN_CTX_new());
+  BN_div(bq.get(), br.get(), to_bn(c).get(), to_bn(d).get(), ctx.get());
+  EXPECT_EQ(q, from_bn(bq.get(), 8));
+  EXPECT_EQ(r, from_bn(br.get(), 8));
+}
+
 TEST(MpEdge, ModExpCornerCases) {
   struct Case {
     Digits b, c, d, expect;
