@@ -570,7 +570,7 @@ class Exponentiation {
     secure_wipe(&f_, sizeof f_);
     secure_wipe(one_, sizeof one_);
     secure_wipe(rr_, sizeof rr_);
-    secure_wipe(table_, sizeof table_);
+    secure_wipe(table_, table_entries_ * sizeof table_[0]);
   }
   Exponentiation(const Exponentiation&) = delete;
   Exponentiation& operator=(const Exponentiation&) = delete;
@@ -665,6 +665,7 @@ class Exponentiation {
   void fixed_window(limb* t, const limb* bm, const MP_DIGIT* c, u32 cDigits, u32 bits) {
     u32 w = window_width(bits);
     u32 entries = 1u << w;
+    table_entries_ = entries;
     for (u32 e = 0; e < entries; ++e) table_[e][N] = 0;
     for (int j = 0; j < N; ++j) table_[0][j] = one_[j], table_[1][j] = bm[j];
     for (u32 e = 2; e < entries; ++e) {
@@ -688,6 +689,7 @@ class Exponentiation {
   limb one_[N];  // R mod n, the Montgomery form of 1
   limb rr_[N];   // R^2 mod n
   limb table_[1u << kMaxWindow][N + 1];  // one spare limb: entries are read in pairs
+  u32 table_entries_ = 0;                 // how many were filled, and must be wiped
 };
 
 template <int N>
