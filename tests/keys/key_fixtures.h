@@ -2,41 +2,47 @@
 // the slow part of these suites.
 #pragma once
 
-#include <openssl/evp.h>
+#include <stdexcept>
 
-#include <string>
-#include <vector>
-
-#include "openssl_keys.h"
+#include "hylorn.h"
+#include "support/openssl_rsa.h"
+#include "support/temp_dir.h"
 
 namespace keys_test {
+
+using namespace hylorn_test;
 
 struct DerPair {
   Bytes pub;
   Bytes pri;
 };
 
-// A pair from our own generator (Crypt_GenRSAKeyPair with "keypair.out").
-const DerPair& our_pair();
-// A 1024-bit pair from OpenSSL, as OpenSSL and as DER.
-EVP_PKEY* openssl_key();
-const DerPair& openssl_pair();
+// A pair from our generator ("keypair.out"), made in a scratch directory so that a file
+// written by mistake goes nowhere.
+inline const DerPair& our_pair() {
+  static const DerPair pair = [] {
+    TempDir cwd(TempDir::kEnter);
+    DerPair p{Bytes(HYLORN_PUBKEY_DER_SIZE), Bytes(HYLORN_PRIKEY_DER_SIZE)};
+    unsigned pubLen = 0, priLen = 0;
+    if (Crypt_GenRSAKeyPair("keypair.out", 0, p.pub.data(), &pubLen, p.pri.data(), &priLen) != 0) {
+      throw std::runtime_error("Crypt_GenRSAKeyPair");
+    }
+    p.pub.resize(pubLen);
+    p.pri.resize(priLen);
+    return p;
+  }();
+  return pair;
+}
 
-// While it lives, the working directory is a fresh empty temporary directory, so that
-// names without a directory part land there and nowhere else.
-class InTempDir {
- public:
-  InTempDir();
-  ~InTempDir();
-  InTempDir(const InTempDir&) = delete;
-  InTempDir& operator=(const InTempDir&) = delete;
-  const TempDir& dir() const { return dir_; }
-  // Entries of the directory, by name.
-  std::vector<std::string> entries() const;
+// A 1024-bit key from OpenSSL, as OpenSSL holds it and as DER.
+inline EVP_PKEY* openssl_key() {
+  static const EvpKey key = openssl_keygen(1024);
+  return key.get();
+}
 
- private:
-  TempDir dir_;
-  std::string previous_;
-};
+inline const DerPair& openssl_pair() {
+  static const DerPair pair{public_der(openssl_key()), private_der(openssl_key())};
+  return pair;
+}
 
 }  // namespace keys_test

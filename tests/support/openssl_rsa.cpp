@@ -1,18 +1,13 @@
-#include "openssl_keys.h"
+#include "support/openssl_rsa.h"
 
 #include <openssl/bn.h>
 #include <openssl/core_names.h>
 #include <openssl/rsa.h>
 #include <openssl/x509.h>
-#include <stdlib.h>
 
-#include <cstdio>
-#include <filesystem>
-#include <fstream>
-#include <iterator>
 #include <stdexcept>
 
-namespace keys_test {
+namespace hylorn_test {
 namespace {
 
 struct CtxFree {
@@ -57,7 +52,7 @@ Bytes run_raw(EVP_PKEY* key, int padding, const Bytes& in, Init init, Run run) {
 
 }  // namespace
 
-EvpKey openssl_rsa(unsigned bits) {
+EvpKey openssl_keygen(unsigned bits) {
   EVP_PKEY* key = EVP_PKEY_Q_keygen(nullptr, nullptr, "RSA", static_cast<std::size_t>(bits));
   require(key != nullptr, "EVP_PKEY_Q_keygen");
   return EvpKey(key);
@@ -71,8 +66,12 @@ Bytes private_der(EVP_PKEY* key) {
   return der_of(key, [](EVP_PKEY* k, unsigned char** p) { return i2d_PrivateKey(k, p); });
 }
 
-EvpKey load_public_der(const Bytes& der) { return load_der(0, der); }
-EvpKey load_private_der(const Bytes& der) { return load_der(1, der); }
+EvpKey load_public_der(const Bytes& der) {
+  return load_der(0, der);
+}
+EvpKey load_private_der(const Bytes& der) {
+  return load_der(1, der);
+}
 
 bool key_checks(EVP_PKEY* key) {
   std::unique_ptr<EVP_PKEY_CTX, CtxFree> ctx(EVP_PKEY_CTX_new(key, nullptr));
@@ -118,28 +117,4 @@ Bytes openssl_decrypt(EVP_PKEY* key, const Bytes& block) {
   return run_raw(key, RSA_PKCS1_PADDING, block, EVP_PKEY_decrypt_init, EVP_PKEY_decrypt);
 }
 
-TempDir::TempDir() {
-  std::string pattern = (std::filesystem::temp_directory_path() / "hylorn-keys-XXXXXX").string();
-  require(mkdtemp(pattern.data()) != nullptr, "mkdtemp");
-  dir_ = pattern;
-}
-
-TempDir::~TempDir() {
-  std::error_code ec;
-  std::filesystem::remove_all(dir_, ec);
-}
-
-Bytes read_file(const std::string& path) {
-  std::ifstream in(path, std::ios::binary);
-  return Bytes(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
-}
-
-void write_file(const std::string& path, const Bytes& bytes) {
-  std::ofstream out(path, std::ios::binary | std::ios::trunc);
-  out.write(reinterpret_cast<const char*>(bytes.data()), static_cast<std::streamsize>(bytes.size()));
-  require(out.good(), "write_file");
-}
-
-bool file_exists(const std::string& path) { return std::filesystem::exists(path); }
-
-}  // namespace keys_test
+}  // namespace hylorn_test
