@@ -11,20 +11,39 @@
 namespace keys_test {
 
 using namespace hylorn_test;
+using u8 = unsigned char;
+
+// A DER element: tag, definite length (short form, or long form of one or two bytes),
+// contents.
+inline Bytes tlv(unsigned char tag, const Bytes& contents) {
+  const std::size_t n = contents.size();
+  Bytes out = n < 0x80    ? Bytes{tag, u8(n)}
+              : n < 0x100 ? Bytes{tag, 0x81, u8(n)}
+                          : Bytes{tag, 0x82, u8(n >> 8), u8(n)};
+  out.insert(out.end(), contents.begin(), contents.end());
+  return out;
+}
+
+// n bytes of a fixed pattern, different for each seed.
+inline Bytes pattern(std::size_t n, unsigned seed = 3) {
+  Bytes b(n);
+  for (std::size_t i = 0; i < n; ++i) b[i] = static_cast<u8>(i * 31 + seed);
+  return b;
+}
 
 struct DerPair {
   Bytes pub;
   Bytes pri;
 };
 
-// A pair from our generator ("keypair.out"), made in a scratch directory so that a file
-// written by mistake goes nowhere.
+// A pair from our generator ("keypair.out"), made in a scratch working directory so that
+// a file written by mistake goes nowhere.
 inline const DerPair& our_pair() {
   static const DerPair pair = [] {
     TempDir cwd(TempDir::kEnter);
     DerPair p{Bytes(HYLORN_PUBKEY_DER_SIZE), Bytes(HYLORN_PRIKEY_DER_SIZE)};
     unsigned pubLen = 0, priLen = 0;
-    if (Crypt_GenRSAKeyPair("keypair.out", 0, p.pub.data(), &pubLen, p.pri.data(), &priLen) != 0) {
+    if (Crypt_GenRSAKeyPair("keypair.out", 0, p.pub.data(), &pubLen, p.pri.data(), &priLen)) {
       throw std::runtime_error("Crypt_GenRSAKeyPair");
     }
     p.pub.resize(pubLen);
@@ -39,7 +58,6 @@ inline EVP_PKEY* openssl_key() {
   static const EvpKey key = openssl_keygen(1024);
   return key.get();
 }
-
 inline const DerPair& openssl_pair() {
   static const DerPair pair{public_der(openssl_key()), private_der(openssl_key())};
   return pair;

@@ -1,10 +1,9 @@
 #include "support/openssl_rsa.h"
 
 #include <openssl/bn.h>
-#include <openssl/core_names.h>
 #include <openssl/rsa.h>
-#include <openssl/x509.h>
 
+#include <algorithm>
 #include <stdexcept>
 
 namespace hylorn_test {
@@ -14,33 +13,29 @@ struct CtxFree {
   void operator()(EVP_PKEY_CTX* c) const { EVP_PKEY_CTX_free(c); }
   void operator()(EVP_MD_CTX* c) const { EVP_MD_CTX_free(c); }
 };
+using PkeyCtx = std::unique_ptr<EVP_PKEY_CTX, CtxFree>;
+using MdCtx = std::unique_ptr<EVP_MD_CTX, CtxFree>;
 
 void require(bool ok, const char* what) {
   if (!ok) throw std::runtime_error(what);
 }
 
-template <class Encode>
-Bytes der_of(EVP_PKEY* key, Encode encode) {
-  const int n = encode(key, nullptr);
-  require(n > 0, "i2d");
-  Bytes out(static_cast<std::size_t>(n));
+Bytes der_of(EVP_PKEY* key, int (*encode)(const EVP_PKEY*, unsigned char**)) {
+  Bytes out(static_cast<std::size_t>(std::max(encode(key, nullptr), 0)));
   unsigned char* p = out.data();
-  encode(key, &p);
+  require(!out.empty() && encode(key, &p) == int(out.size()), "i2d");
   return out;
 }
 
-EvpKey load_der(int selection_private, const Bytes& der) {
+EvpKey load_der(const Bytes& der, decltype(&d2i_PublicKey) decode) {
   const unsigned char* p = der.data();
-  EVP_PKEY* key = selection_private
-                      ? d2i_PrivateKey(EVP_PKEY_RSA, nullptr, &p, static_cast<long>(der.size()))
-                      : d2i_PublicKey(EVP_PKEY_RSA, nullptr, &p, static_cast<long>(der.size()));
-  return EvpKey(key);
+  return EvpKey(decode(EVP_PKEY_RSA, nullptr, &p, static_cast<long>(der.size())));
 }
 
-// One raw EVP_PKEY operation (encrypt, decrypt, verify-recover) into a block-sized buffer.
+// One raw operation (encrypt, decrypt, verify-recover) into a block-sized buffer.
 template <class Init, class Run>
 Bytes run_raw(EVP_PKEY* key, int padding, const Bytes& in, Init init, Run run) {
-  std::unique_ptr<EVP_PKEY_CTX, CtxFree> ctx(EVP_PKEY_CTX_new(key, nullptr));
+  PkeyCtx ctx(EVP_PKEY_CTX_new(key, nullptr));
   require(ctx != nullptr, "EVP_PKEY_CTX_new");
   if (init(ctx.get()) <= 0 || EVP_PKEY_CTX_set_rsa_padding(ctx.get(), padding) <= 0) return {};
   Bytes out(static_cast<std::size_t>(EVP_PKEY_get_size(key)));
@@ -59,22 +54,20 @@ EvpKey openssl_keygen(unsigned bits) {
 }
 
 Bytes public_der(EVP_PKEY* key) {
-  return der_of(key, [](EVP_PKEY* k, unsigned char** p) { return i2d_PublicKey(k, p); });
+  return der_of(key, i2d_PublicKey);
 }
-
 Bytes private_der(EVP_PKEY* key) {
-  return der_of(key, [](EVP_PKEY* k, unsigned char** p) { return i2d_PrivateKey(k, p); });
+  return der_of(key, i2d_PrivateKey);
 }
-
 EvpKey load_public_der(const Bytes& der) {
-  return load_der(0, der);
+  return load_der(der, d2i_PublicKey);
 }
 EvpKey load_private_der(const Bytes& der) {
-  return load_der(1, der);
+  return load_der(der, d2i_PrivateKey);
 }
 
 bool key_checks(EVP_PKEY* key) {
-  std::unique_ptr<EVP_PKEY_CTX, CtxFree> ctx(EVP_PKEY_CTX_new(key, nullptr));
+  PkeyCtx ctx(EVP_PKEY_CTX_new(key, nullptr));
   return ctx != nullptr && EVP_PKEY_check(ctx.get()) == 1;
 }
 
@@ -82,25 +75,25 @@ Bytes key_number(EVP_PKEY* key, const char* name, int width) {
   BIGNUM* bn = nullptr;
   require(EVP_PKEY_get_bn_param(key, name, &bn) == 1, name);
   Bytes out(static_cast<std::size_t>(width));
-  const int ok = BN_bn2binpad(bn, out.data(), width);
+  const int written = BN_bn2binpad(bn, out.data(), width);
   BN_free(bn);
-  require(ok == width, "BN_bn2binpad");
+  require(written == width, "BN_bn2binpad");
   return out;
 }
 
 Bytes openssl_sign(EVP_PKEY* key, const EVP_MD* md, const Bytes& data) {
-  std::unique_ptr<EVP_MD_CTX, CtxFree> ctx(EVP_MD_CTX_new());
-  require(EVP_DigestSignInit(ctx.get(), nullptr, md, nullptr, key) == 1, "DigestSignInit");
-  std::size_t n = 0;
-  require(EVP_DigestSign(ctx.get(), nullptr, &n, data.data(), data.size()) == 1, "DigestSign");
-  Bytes sig(n);
-  require(EVP_DigestSign(ctx.get(), sig.data(), &n, data.data(), data.size()) == 1, "DigestSign");
+  MdCtx ctx(EVP_MD_CTX_new());
+  Bytes sig(static_cast<std::size_t>(EVP_PKEY_get_size(key)));
+  std::size_t n = sig.size();
+  require(EVP_DigestSignInit(ctx.get(), nullptr, md, nullptr, key) == 1 &&
+              EVP_DigestSign(ctx.get(), sig.data(), &n, data.data(), data.size()) == 1,
+          "EVP_DigestSign");
   sig.resize(n);
   return sig;
 }
 
 bool openssl_verify(EVP_PKEY* key, const EVP_MD* md, const Bytes& data, const Bytes& sig) {
-  std::unique_ptr<EVP_MD_CTX, CtxFree> ctx(EVP_MD_CTX_new());
+  MdCtx ctx(EVP_MD_CTX_new());
   require(EVP_DigestVerifyInit(ctx.get(), nullptr, md, nullptr, key) == 1, "DigestVerifyInit");
   return EVP_DigestVerify(ctx.get(), sig.data(), sig.size(), data.data(), data.size()) == 1;
 }
