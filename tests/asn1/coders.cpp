@@ -180,16 +180,16 @@ Encoded encode(std::string_view name, const Bytes& contents) {
   return encode(find(encoders(), name), contents);
 }
 
-TestBmpTable::TestBmpTable() : table_(2 * HYLORN_BMP_TABLE_ENTRIES) {
-  for (u32 u = 0; u < HYLORN_BMP_TABLE_ENTRIES; ++u) {
-    table_[2 * u] = u8((u >> 8) ^ 0x11);
-    table_[2 * u + 1] = u8((u & 0xFF) ^ 0x22);
-  }
-  Crypt_GetBMPTable(table_.data());
-}
-
-TestBmpTable::~TestBmpTable() {
-  Crypt_GetBMPTable(nullptr);
+void load_test_bmp_table() {
+  static const std::vector<u8> table = [] {
+    std::vector<u8> t(2 * HYLORN_BMP_TABLE_ENTRIES);
+    for (u32 u = 0; u < HYLORN_BMP_TABLE_ENTRIES; ++u) {
+      t[2 * u] = u8((u >> 8) ^ 0x11);
+      t[2 * u + 1] = u8((u & 0xFF) ^ 0x22);
+    }
+    return t;
+  }();
+  Crypt_GetBMPTable(table.data());
 }
 
 }  // namespace asn1_test

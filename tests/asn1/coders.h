@@ -57,17 +57,7 @@ struct Encoded {
 Encoded encode(const Encoder& e, const Bytes& contents);
 Encoded encode(std::string_view name, const Bytes& contents);
 
-// A BMP table whose entry u is { (u >> 8) ^ 0x11, (u & 0xFF) ^ 0x22 }, loaded while the
-// object lives.
-class TestBmpTable {
- public:
-  TestBmpTable();
-  ~TestBmpTable();
-  TestBmpTable(const TestBmpTable&) = delete;
-  TestBmpTable& operator=(const TestBmpTable&) = delete;
-
- private:
-  std::vector<hylorn::u8> table_;
-};
+// Loads a BMP table whose entry u is { (u >> 8) ^ 0x11, (u & 0xFF) ^ 0x22 }.
+void load_test_bmp_table();
 
 }  // namespace asn1_test

@@ -7,7 +7,6 @@
 #include <openssl/bn.h>
 #include <openssl/objects.h>
 
-#include <cstring>
 #include <random>
 #include <string>
 
@@ -22,16 +21,11 @@
 
 namespace {
 
-using asn1_test::Bytes;
+using namespace hylorn_test;
 using asn1_test::decode_exact;
 using hylorn::DATA_BUFFER;
 using hylorn::u32;
 using hylorn::u8;
-using hylorn_test::ErrEntry;
-using hylorn_test::from_hex;
-using hylorn_test::read_errors;
-using hylorn_test::to_hex;
-using Entries = std::vector<ErrEntry>;
 
 const char* const kL2 = "data length less than 2";
 const char* const kDL = "data length";
@@ -43,14 +37,8 @@ constexpr int kExplicit3 = -1;  // [3] EXPLICIT around contents that are an elem
 // OpenSSL's element of a universal type holding contents (INTEGER: as a magnitude;
 // BIT STRING: with no unused bits), or of [3] EXPLICIT.
 Bytes openssl_element(int type, const Bytes& contents) {
+  if (type == kExplicit3) return openssl_tlv(true, 3, V_ASN1_CONTEXT_SPECIFIC, contents);
   const int n = static_cast<int>(contents.size());
-  if (type == kExplicit3) {
-    Bytes out(static_cast<std::size_t>(ASN1_object_size(1, n, 3)));
-    unsigned char* p = out.data();
-    ASN1_put_object(&p, 1, n, 3, V_ASN1_CONTEXT_SPECIFIC);
-    std::memcpy(p, contents.data(), contents.size());
-    return out;
-  }
   ASN1_TYPE* t = ASN1_TYPE_new();
   unsigned char* data = const_cast<unsigned char*>(contents.data());
   if (type == V_ASN1_INTEGER) {
@@ -65,7 +53,7 @@ Bytes openssl_element(int type, const Bytes& contents) {
     if (type == V_ASN1_BIT_STRING) s->flags |= ASN1_STRING_FLAG_BITS_LEFT;  // 0 unused bits
     ASN1_TYPE_set(t, type, s);
   }
-  Bytes out = hylorn_test::i2d_bytes(i2d_ASN1_TYPE, static_cast<const ASN1_TYPE*>(t));
+  Bytes out = i2d_bytes(i2d_ASN1_TYPE, static_cast<const ASN1_TYPE*>(t));
   ASN1_TYPE_free(t);
   return out;
 }
@@ -75,23 +63,20 @@ Bytes openssl_element(int type, const Bytes& contents) {
 // the BIT STRING unused-bits octet and the contents copy: our encoder writes byte for
 // byte what OpenSSL writes, and our decoder reads OpenSSL's element back.
 TEST(Primitives, MatchOpenSslAtEveryLengthBoundary) {
+  // clang-format off
   const std::tuple<const char*, int, bool> types[] = {
-      {"Integer", V_ASN1_INTEGER, true},
-      {"BitString", V_ASN1_BIT_STRING, true},
-      {"Object", V_ASN1_OBJECT, true},
-      {"OctetString", V_ASN1_OCTET_STRING, true},
-      {"PrintableString", V_ASN1_PRINTABLESTRING, true},
-      {"T61String", V_ASN1_T61STRING, false},
-      {"IA5String", V_ASN1_IA5STRING, true},
-      {"UTCTime", V_ASN1_UTCTIME, true},
-      {"GeneralizedTime", V_ASN1_GENERALIZEDTIME, true},
-      {"ExplicitTag", kExplicit3, true},
+      {"Integer", V_ASN1_INTEGER, true}, {"BitString", V_ASN1_BIT_STRING, true},
+      {"Object", V_ASN1_OBJECT, true}, {"OctetString", V_ASN1_OCTET_STRING, true},
+      {"PrintableString", V_ASN1_PRINTABLESTRING, true}, {"T61String", V_ASN1_T61STRING, false},
+      {"IA5String", V_ASN1_IA5STRING, true}, {"UTCTime", V_ASN1_UTCTIME, true},
+      {"GeneralizedTime", V_ASN1_GENERALIZEDTIME, true}, {"ExplicitTag", kExplicit3, true},
       {"ExplicitTagP", kExplicit3, true}};
+  // clang-format on
   std::mt19937 rng(11);
   for (auto [coder, type, has_encoder] : types) {
     for (std::size_t n : {1u, 2u, 126u, 127u, 128u, 255u, 256u, 65535u, 65536u}) {
       SCOPED_TRACE(std::string(coder) + " " + std::to_string(n));
-      Bytes contents = hylorn_test::random_bytes(rng, n);
+      Bytes contents = random_bytes(rng, n);
       contents[0] = n % 2 ? 0x80 : 0x7F;  // the sign boundary; never a leading zero
       const Bytes theirs = openssl_element(type, contents);
       ASSERT_FALSE(theirs.empty());
@@ -137,49 +122,37 @@ struct DecodeCase {
 
 // Guards the special rules of each decoder, and that it empties the list on entry.
 TEST(Decode, SpecialContents) {
-  asn1_test::TestBmpTable table;
+  asn1_test::load_test_bmp_table();
+  // clang-format off
   const DecodeCase cases[] = {
       // INTEGER drops exactly one leading zero, and only from two octets or more.
-      {"Integer", "02 03 00 80 00", "80 00"},
-      {"Integer", "02 01 00", "00"},
-      {"Integer", "02 02 00 00", "00"},
-      {"Integer", "02 01 80", "80"},
-      {"Integer", "02 00", ""},
+      {"Integer", "02 03 00 80 00", "80 00"}, {"Integer", "02 01 00", "00"},
+      {"Integer", "02 02 00 00", "00"}, {"Integer", "02 01 80", "80"}, {"Integer", "02 00", ""},
       // 0x80 reads as length 0; non-minimal long forms are accepted.
-      {"OctetString", "04 80", ""},
-      {"OctetString", "04 84 00 00 00 02 aa bb", "aa bb"},
+      {"OctetString", "04 80", ""}, {"OctetString", "04 84 00 00 00 02 aa bb", "aa bb"},
       {"OctetString", "04 80 00", nullptr, 0, 4, kDL},
       {"OctetString", "04 84 ff ff ff ff 00", nullptr, 0, 4, kDL},
       {"OctetString", "", nullptr, 0, 1, kL2},
-      {"Boolean", "01 01 00", "", 0},
-      {"Boolean", "01 01 05", "", 1},
-      {"Boolean", "01 02 00 01", "", 0},
-      {"Boolean", "01 81 00", "", 0},
-      {"Boolean", "01 00", nullptr, 0, 1, kL2},
-      {"Boolean", "01 01", nullptr, 0, 1, kL2},
-      {"BitString", "03 02 07 80", "80", 7},
-      {"BitString", "03 01 00", ""},
+      {"Boolean", "01 01 00", "", 0}, {"Boolean", "01 01 05", "", 1},
+      {"Boolean", "01 02 00 01", "", 0}, {"Boolean", "01 81 00", "", 0},
+      {"Boolean", "01 00", nullptr, 0, 1, kL2}, {"Boolean", "01 01", nullptr, 0, 1, kL2},
+      {"BitString", "03 02 07 80", "80", 7}, {"BitString", "03 01 00", ""},
       {"BitString", "03 02 08 ff", nullptr, 0, 6, "unusedBits"},
       {"BitString", "03 00", nullptr, 0, 6, "unusedBits"},
       {"BitString", "03 81 00", nullptr, 0, 6, "unusedBits"},
       {"T61String", "14 00", ""},
       // Explicit tags: bits 8 and 6 must be set; any class with them is accepted.
-      {"ExplicitTag", "e3 00", "", 3},
-      {"ExplicitTagP", "bf 02 05 00", "05 00", 31},
+      {"ExplicitTag", "e3 00", "", 3}, {"ExplicitTagP", "bf 02 05 00", "05 00", 31},
       {"ExplicitTagP", "a0 80", "", 0},
-      {"ExplicitTag", "30 00", nullptr, 0, 2, kTT},
-      {"ExplicitTag", "83 00", nullptr, 0, 3, kTT},
-      {"ExplicitTagP", "7f 00", nullptr, 0, 2, kTT},
-      {"ExplicitTagP", "c3 00", nullptr, 0, 3, kTT},
+      {"ExplicitTag", "30 00", nullptr, 0, 2, kTT}, {"ExplicitTag", "83 00", nullptr, 0, 3, kTT},
+      {"ExplicitTagP", "7f 00", nullptr, 0, 2, kTT}, {"ExplicitTagP", "c3 00", nullptr, 0, 3, kTT},
       // Test table entry u: (u >> 8) ^ 0x11, (u & 0xFF) ^ 0x22, then bit 8 set; code
       // units below 0x100 pass as one byte, an odd last octet is dropped.
-      {"BMPString", "1e 04 00 41 00 42", "41 42"},
-      {"BMPString", "1e 02 4e 2d", "df 8f"},
-      {"BMPString", "1e 02 80 00", "91 a2"},
-      {"BMPString", "1e 04 00 e9 4e 2d", "e9 df 8f"},
-      {"BMPString", "1e 00", ""},
-      {"BMPString", "1e 03 00 41 00", "41"},
+      {"BMPString", "1e 04 00 41 00 42", "41 42"}, {"BMPString", "1e 02 4e 2d", "df 8f"},
+      {"BMPString", "1e 02 80 00", "91 a2"}, {"BMPString", "1e 04 00 e9 4e 2d", "e9 df 8f"},
+      {"BMPString", "1e 00", ""}, {"BMPString", "1e 03 00 41 00", "41"},
       {"BMPString", "1e 01 4e", ""}};
+  // clang-format on
   for (const auto& c : cases) {
     SCOPED_TRACE(std::string(c.decoder) + " " + c.der);
     const auto& d = asn1_test::decoder(c.decoder);
@@ -201,7 +174,7 @@ TEST(Decode, SpecialContents) {
 // a NULL element; more than 4 length octets; a long form claiming one byte more than
 // given; a short form with a trailing byte.
 TEST(Decode, EachHeaderStepHasItsEntry) {
-  asn1_test::TestBmpTable table;
+  asn1_test::load_test_bmp_table();
   struct Steps {
     int err_no[5] = {1, 2, 3, 4, 5};
     const char* tag_msg = kTT;
@@ -257,17 +230,16 @@ Bytes with_contents(const char* header, std::size_t n) {
 // with "less than 2" while the minimum is missing and "data length" after; one byte too
 // many is refused as well. Each runs in a heap buffer of exactly its size.
 TEST(Decode, EveryTruncatedPrefixFailsCleanly) {
-  asn1_test::TestBmpTable table;
+  asn1_test::load_test_bmp_table();
+  // clang-format off
   std::vector<std::pair<const char*, Bytes>> wholes = {
-      {"Integer", with_contents("02 81 80", 128)},
-      {"OctetString", with_contents("04 82 01 00", 256)},
-      {"OctetString", from_hex("04 80")},
-      {"BitString", from_hex("03 81 01 00")},
-      {"BMPString", from_hex("1e 81 03 00 41 00")},
-      {"ExplicitTagP", from_hex("a0 80")},
+      {"Integer", with_contents("02 81 80", 128)}, {"OctetString", from_hex("04 80")},
+      {"OctetString", with_contents("04 82 01 00", 256)}, {"BitString", from_hex("03 81 01 00")},
+      {"BMPString", from_hex("1e 81 03 00 41 00")}, {"ExplicitTagP", from_hex("a0 80")},
       {"Sequence", from_hex("30 0a 04 81 05 01 02 03 04 05 05 00")},
       {"Sequence", from_hex("30 81 06 02 01 05 04 01 41")},
       {"Sequence", from_hex("30 84 00 00 00 05 30 03 02 01 07")}};
+  // clang-format on
   for (const auto& d : asn1_test::decoders()) wholes.emplace_back(d.name, from_hex(d.sample));
   for (const auto& [name, whole] : wholes) {
     const auto& d = asn1_test::decoder(name);

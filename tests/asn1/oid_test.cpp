@@ -19,12 +19,7 @@ namespace {
 using hylorn::ASN1_OBJECT_ID;
 using hylorn::u32;
 using hylorn::u8;
-using hylorn_test::Bytes;
-using hylorn_test::ErrEntry;
-using hylorn_test::from_hex;
-using hylorn_test::read_errors;
-using hylorn_test::to_hex;
-using Entries = std::vector<ErrEntry>;
+using namespace hylorn_test;
 
 // The identifiers of oidValue 1 to 135 in table order; 85 is not assigned.
 // clang-format off
@@ -67,32 +62,24 @@ u32 value_at(std::size_t i) {
 Bytes content_octets(const char* dotted) {
   ASN1_OBJECT* obj = OBJ_txt2obj(dotted, 1);
   EXPECT_NE(obj, nullptr) << dotted;
-  const Bytes der = hylorn_test::i2d_bytes(i2d_ASN1_OBJECT, static_cast<const ASN1_OBJECT*>(obj));
+  const Bytes der = i2d_bytes(i2d_ASN1_OBJECT, static_cast<const ASN1_OBJECT*>(obj));
   ASN1_OBJECT_free(obj);
   return der.size() < 2 ? Bytes{} : Bytes(der.begin() + 2, der.end());  // all under 128 octets
 }
 
-// Guards every octet, length and value of the table, and its order.
-TEST(ObjectIdTable, HoldsTheIdentifiersInOrderWithTheirOctets) {
-  const auto table = hylorn::object_id_table();
-  ASSERT_EQ(table.size(), std::size(kDotted));
-  for (std::size_t i = 0; i < table.size(); ++i) {
-    EXPECT_EQ(table[i].oidValue, value_at(i)) << i;
-    EXPECT_EQ(to_hex(table[i].octets, table[i].length), to_hex(content_octets(kDotted[i])))
-        << kDotted[i];
-  }
-}
-
-// Guards both look-ups over the whole table: each value gives its octets, and the octets
-// give back the first value with the same identifier.
+// Guards every value, octet and length of the table and its order, through both
+// look-ups: each value gives the octets of its dotted form, and those octets give back
+// the first value with the same identifier.
 TEST(ObjectIdTable, FindsBothWaysWithTheFirstMatchWinning) {
+  ASSERT_EQ(hylorn::object_id_table().size(), std::size(kDotted));
   for (std::size_t i = 0; i < std::size(kDotted); ++i) {
     std::size_t first = 0;
     while (std::string(kDotted[first]) != kDotted[i]) ++first;
     ASN1_OBJECT_ID obj{value_at(i), {0, nullptr}};
     hylorn::Crypt_Put_Err(1, 1, "left by an earlier call");
     ASSERT_EQ(hylorn::ASN1_Find_Object_ID(&obj), 0u) << kDotted[i];
-    EXPECT_EQ(to_hex(obj.oid.data, obj.oid.length), to_hex(content_octets(kDotted[i])));
+    EXPECT_EQ(to_hex(obj.oid.data, obj.oid.length), to_hex(content_octets(kDotted[i])))
+        << kDotted[i];
     obj.oidValue = 999;
     ASSERT_EQ(hylorn::ASN1_Find_Oid_Value(&obj), 0u) << kDotted[i];
     EXPECT_EQ(obj.oidValue, value_at(first)) << kDotted[i];
@@ -141,8 +128,7 @@ TEST(U2lSignature, BuildsTheInternalIdentifier) {
   }
   for (hylorn::u16 number : {0, 5, 48, 0x103}) {
     user.algorithm = number;
-    hylorn::X509_ALG_ID alg;
-    hylorn::ini_X509_ALG_ID(&alg);
+    hylorn::X509_ALG_ID alg{};
     EXPECT_EQ(hylorn::u2l_signature(&user, &alg), 1u);
     EXPECT_EQ(read_errors(), (Entries{{303, 1, "Algorithm_Uid2Oid"}}));
     EXPECT_EQ(alg.algorithm.oid.data, nullptr);

@@ -13,11 +13,7 @@
 
 namespace {
 
-using hylorn_test::Bytes;
-using hylorn_test::bytes_of;
-using hylorn_test::ErrEntry;
-using hylorn_test::from_hex;
-using hylorn_test::read_errors;
+using namespace hylorn_test;
 
 // Decodes into a buffer of exactly 3 * strlen / 4 bytes, the documented bound; false when
 // the text is refused.
@@ -66,7 +62,7 @@ TEST(Base64, DecodeStopsAndSkipsAsDocumented) {
     const bool ok = decode(text, &out);
     EXPECT_EQ(ok, hex != nullptr) << text;
     EXPECT_EQ(out, from_hex(hex ? hex : "")) << text;
-    const std::vector<ErrEntry> none, refused = {{151, 1, "base64 decode, not 4"}};
+    const Entries none, refused = {{151, 1, "base64 decode, not 4"}};
     EXPECT_EQ(read_errors(), ok ? none : refused) << text;
   }
 }

@@ -3,20 +3,18 @@
 
 #include <gtest/gtest.h>
 
+#include <cstdlib>
 #include <functional>
 
 #include "frame/error.h"
+#include "support/alloc_failure.h"
 #include "support/error_list.h"
-#include "support/fail_malloc.h"
 #include "support/hex.h"
 
 namespace {
 
 using namespace hylorn;
-using hylorn_test::Bytes;
-using hylorn_test::ErrEntry;
-using hylorn_test::from_hex;
-using hylorn_test::read_errors;
+using namespace hylorn_test;
 
 // Guards the copies: bytes owned by the new record, unusedBits dropped or zeroed, length
 // 0 giving the empty record without reading the source, and free emptying the record so
@@ -53,27 +51,29 @@ TEST(Buffers, CopiesOwnTheirBytes) {
 // the caller's list, and a null block with the length left as it was.
 TEST(Buffers, FailedCopyReportsMallocUnderItsNumber) {
   u8 src[3] = {1, 2, 3};
-  DATA_BUFFER d{42, nullptr};
-  BIT_DATA_BUFFER b{42, 0, nullptr};
+  const auto checked = [](u32 result, auto& record) {
+    EXPECT_TRUE(result == 0 || record.length == 42u);
+    EXPECT_EQ(record.data == nullptr, result != 0);
+    std::free(record.data);
+    return result;
+  };
   const std::pair<int, std::function<u32()>> copies[] = {
-      {132, [&] { return copy_DATA_BUFFER(&d, 3, src); }},
+      {132,
+       [&] {
+         DATA_BUFFER d{42, nullptr};
+         return checked(copy_DATA_BUFFER(&d, 3, src), d);
+       }},
       {136,
        [&] {
-         return copy_BIT_To_NoneBIT(&d, BIT_DATA_BUFFER{3, 1, src});
+         DATA_BUFFER d{42, nullptr};
+         return checked(copy_BIT_To_NoneBIT(&d, BIT_DATA_BUFFER{3, 1, src}), d);
        }},
       {137, [&] {
-         return copy_NoneBIT_To_BIT(&b, DATA_BUFFER{3, src});
+         BIT_DATA_BUFFER b{42, 0, nullptr};
+         return checked(copy_NoneBIT_To_BIT(&b, DATA_BUFFER{3, src}), b);
        }}};
   for (const auto& [func_no, copy] : copies) {
-    hylorn_test::clear_errors();
-    Crypt_Put_Err(7, 7, "earlier");
-    hylorn_test::FailNthMalloc fail(1);
-    EXPECT_EQ(copy(), 1u);
-    EXPECT_TRUE(fail.fired());
-    EXPECT_EQ(read_errors(), (std::vector<ErrEntry>{{7, 7, "earlier"}, {func_no, 1, "malloc"}}));
-    EXPECT_EQ(d.data, nullptr);
-    EXPECT_EQ(b.data, nullptr);
-    EXPECT_EQ(d.length + b.length, 84u);
+    expect_each_malloc_failure(copy, {{kEarlierEntry, {func_no, 1, "malloc"}}});
   }
 }
 

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 #include <openssl/bn.h>
 
+#include <optional>
 #include <random>
 #include <string>
 
@@ -15,28 +16,22 @@
 
 namespace {
 
-using hylorn_test::Bytes;
-using hylorn_test::from_hex;
-using hylorn_test::to_hex;
+using namespace hylorn_test;
 
-// Char2Int into exactly the documented 54 bytes; false when refused.
-bool char2int(const std::string& text, Bytes* out) {
+// Char2Int into exactly the documented 54 bytes; nothing when refused.
+std::optional<Bytes> char2int(const std::string& text) {
   Bytes buf(54);
   unsigned len = 0;
-  if (Crypt_Char2Int(text.c_str(), buf.data(), &len) != 0) return false;
-  EXPECT_LE(len, buf.size());
-  *out = Bytes(buf.begin(), buf.begin() + len);
-  return true;
+  if (Crypt_Char2Int(text.c_str(), buf.data(), &len) != 0) return std::nullopt;
+  buf.resize(len);  // a length past the room shows as a wrong value
+  return buf;
 }
 
-// Int2Char into exactly the documented 310 characters; false when refused.
-bool int2char(const Bytes& in, std::string* out, int inLen = -2) {
+// Int2Char of inLen bytes into exactly the documented 310 characters; nothing when refused.
+std::optional<std::string> int2char(const Bytes& in, int inLen) {
   std::vector<char> buf(310, '#');
-  if (Crypt_Int2Char(in.data(), inLen == -2 ? int(in.size()) : inLen, buf.data()) != 0) {
-    return false;
-  }
-  *out = buf.data();
-  return true;
+  if (Crypt_Int2Char(in.data(), inLen, buf.data()) != 0) return std::nullopt;
+  return std::string(buf.data());
 }
 
 // sum(v_i * 10^i), each character counting as (code - '0') mod 256, in OpenSSL's
@@ -48,7 +43,7 @@ Bytes reference_value(const std::string& text) {
     BN_mul_word(bn, 10);
     BN_add_word(bn, static_cast<unsigned char>(c - '0'));
   }
-  Bytes out = hylorn_test::bn_bytes(bn);
+  Bytes out = bn_bytes(bn);
   BN_free(bn);
   return out.empty() ? Bytes{0} : out;
 }
@@ -67,12 +62,9 @@ TEST(Char2Int, MatchesOpenSslUpTo128Characters) {
     texts.push_back(any);
   }
   for (const auto& text : texts) {
-    Bytes out;
-    ASSERT_TRUE(char2int(text, &out)) << text;
-    EXPECT_EQ(to_hex(out), to_hex(reference_value(text))) << to_hex(hylorn_test::bytes_of(text));
+    EXPECT_EQ(char2int(text), reference_value(text)) << to_hex(bytes_of(text));
   }
-  Bytes out;
-  EXPECT_FALSE(char2int(std::string(129, '0'), &out));
+  EXPECT_EQ(char2int(std::string(129, '0')), std::nullopt);
 }
 
 // Guards the conversion at every length up to 128 bytes (leading zero bytes included),
@@ -82,24 +74,18 @@ TEST(Int2Char, MatchesOpenSslUpTo128Bytes) {
   std::mt19937 rng(2048);
   std::vector<Bytes> numbers = {{}, from_hex("00000000"), Bytes(128, 0xff)};
   for (std::size_t n = 1; n <= 128; ++n) {
-    numbers.push_back(hylorn_test::random_bytes(rng, n));
+    numbers.push_back(random_bytes(rng, n));
     numbers.push_back(numbers.back());
     numbers.back()[0] = 0;
   }
-  std::string out;
-  for (const auto& in : numbers) {
-    ASSERT_TRUE(int2char(in, &out)) << to_hex(in);
-    EXPECT_EQ(out, hylorn_test::bn_decimal(in)) << to_hex(in);
-  }
-  hylorn_test::clear_errors();
+  for (const auto& in : numbers)
+    EXPECT_EQ(int2char(in, int(in.size())), bn_decimal(in)) << to_hex(in);
+  clear_errors();
   hylorn::Crypt_Put_Err(1, 1, "kept");
-  EXPECT_FALSE(int2char(Bytes(129, 1), &out));
-  EXPECT_FALSE(int2char(Bytes(4, 1), &out, -1));
-  EXPECT_FALSE(int2char(Bytes(4, 1), &out, INT32_MIN));
-  Bytes bytes;
-  EXPECT_FALSE(char2int(std::string(200, '1'), &bytes));
-  EXPECT_TRUE(char2int("12", &bytes));
-  EXPECT_EQ(hylorn_test::read_errors().size(), 1u);
+  for (int length : {129, -1, INT32_MIN}) EXPECT_EQ(int2char(Bytes(129, 1), length), std::nullopt);
+  EXPECT_EQ(char2int(std::string(200, '1')), std::nullopt);
+  EXPECT_NE(char2int("12"), std::nullopt);
+  EXPECT_EQ(read_errors().size(), 1u);
 }
 
 }  // namespace

@@ -11,9 +11,7 @@
 
 namespace {
 
-using hylorn_test::ErrEntry;
-using hylorn_test::error_text;
-using hylorn_test::read_errors;
+using namespace hylorn_test;
 
 // Guards the line format and order, that reading does not empty the list, and that an
 // empty list leaves the caller's buffer as it was.

@@ -1,5 +1,7 @@
 #include "support/openssl_bytes.h"
 
+#include <openssl/asn1.h>
+
 namespace hylorn_test {
 
 Bytes bn_bytes(const BIGNUM* bn) {
@@ -15,6 +17,15 @@ std::string bn_decimal(const Bytes& magnitude) {
   OPENSSL_free(dec);
   BN_free(bn);
   return s;
+}
+
+Bytes openssl_tlv(bool constructed, int tag, int xclass, const Bytes& contents) {
+  const int n = static_cast<int>(contents.size());
+  Bytes out(static_cast<std::size_t>(ASN1_object_size(constructed ? 1 : 0, n, tag)));
+  unsigned char* p = out.data();
+  ASN1_put_object(&p, constructed ? 1 : 0, n, tag, xclass);
+  std::copy(contents.begin(), contents.end(), p);
+  return out;
 }
 
 }  // namespace hylorn_test

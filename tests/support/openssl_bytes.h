@@ -15,6 +15,10 @@ Bytes bn_bytes(const BIGNUM* bn);
 // The magnitude as decimal text, as OpenSSL prints it.
 std::string bn_decimal(const Bytes& magnitude);
 
+// The element OpenSSL's ASN1_put_object writes around contents: tag number and class
+// (V_ASN1_UNIVERSAL, V_ASN1_CONTEXT_SPECIFIC ...), definite length.
+Bytes openssl_tlv(bool constructed, int tag, int xclass, const Bytes& contents);
+
 // The DER an OpenSSL i2d function writes for x (empty when it fails).
 template <class T>
 Bytes i2d_bytes(int (*i2d)(const T*, unsigned char**), const T* x) {
