@@ -11,6 +11,7 @@
 #include <string>
 
 #include "asn1/der_reader.h"
+#include "asn1/list.h"
 #include "coders.h"
 #include "frame/error.h"
 #include "hylorn.h"
@@ -287,8 +288,8 @@ TEST(Encode, SpecialContents) {
   }
 }
 
-// Guards the refusal of empty contents, and of elements past 2^32 - 1 bytes before
-// anything is read beyond the first byte.
+// Guards the refusal of empty contents, and of elements and lists past 2^32 - 1 bytes
+// before anything is read beyond the first byte.
 TEST(Encode, RefusesEmptyAndOverlongContents) {
   for (const auto& e : asn1_test::encoders()) {
     EXPECT_EQ(asn1_test::encode(e, {}).result, 1u) << e.name;
@@ -306,6 +307,12 @@ TEST(Encode, RefusesEmptyAndOverlongContents) {
   EXPECT_EQ(read_errors(), (Entries{{111, 2, "data too length"}}));
   EXPECT_EQ(hylorn::ASN1_Encode_Bit_String({0xFFFFFFF9u, 9, &byte}, &out), 1u);  // before bits
   EXPECT_EQ(read_errors(), (Entries{{105, 2, "data too length"}}));
+  // Lists sum their values in 64 bits: two adding up past 2^32 are refused.
+  hylorn::ASN1_SEQUENCE second{nullptr, {0x80000000u, &byte}}, first{&second, {0x7FFFFFFFu, &byte}};
+  EXPECT_EQ(hylorn::ASN1_Encode_Sequence(&first, &out), 1u);
+  EXPECT_EQ(read_errors(), (Entries{{107, 2, "data too length"}}));
+  EXPECT_EQ(hylorn::ASN1_Encode_Set(&first, &out), 1u);
+  EXPECT_EQ(read_errors(), (Entries{{109, 2, "data too length"}}));
   EXPECT_EQ(out.data, nullptr);
 }
 

@@ -60,19 +60,6 @@ TEST(ListEncode, SameHeaderAsOpenSslAtEveryLengthBoundary) {
   }
 }
 
-// Guards the 64-bit sum: two values adding up past 2^32 are refused before any read.
-TEST(ListEncode, RefusesSumsPastThirtyTwoBits) {
-  u8 byte = 0;
-  ASN1_SEQUENCE second{nullptr, {0x80000000u, &byte}};
-  ASN1_SEQUENCE first{&second, {0x7FFFFFFFu, &byte}};
-  DATA_BUFFER out{0, nullptr};
-  EXPECT_EQ(hylorn::ASN1_Encode_Sequence(&first, &out), 1u);
-  EXPECT_EQ(read_errors(), (Entries{{107, 2, "data too length"}}));
-  EXPECT_EQ(hylorn::ASN1_Encode_Set(&first, &out), 1u);
-  EXPECT_EQ(read_errors(), (Entries{{109, 2, "data too length"}}));
-  EXPECT_EQ(out.data, nullptr);
-}
-
 // Guards the split into whole components: long forms, 0x80, nesting, tags not examined,
 // and the empty SEQUENCE that ignores what follows it.
 TEST(ListDecode, GivesTheComponentsInOrder) {
