@@ -54,26 +54,18 @@ Decoded object(u32 total, const u8* der) {
   Decoded d;
   d.result = hylorn::ASN1_Decode_Object(total, der, &out);
   d.value = take(&out.oid);
-  d.extra = out.oidValue;  // must stay as it was
+  d.extra = out.oidValue;
   return d;
 }
 
+template <bool kByPointer>
 Decoded explicit_tag(u32 total, const u8* der) {
-  DATA_BUFFER out{0, nullptr};
-  u8 tag = 0xEE;
-  Decoded d;
-  d.result = hylorn::ASN1_Decode_Explicit_Tag(total, der, &out, &tag);
-  d.value = take(&out);
-  d.extra = tag;
-  return d;
-}
-
-Decoded explicit_tag_p(u32 total, const u8* der) {
   const DATA_BUFFER in{total, const_cast<u8*>(der)};
   DATA_BUFFER out{0, nullptr};
   u8 tag = 0xEE;
   Decoded d;
-  d.result = hylorn::ASN1_Decode_Explicit_Tag_P(&in, &out, &tag);
+  d.result = kByPointer ? hylorn::ASN1_Decode_Explicit_Tag_P(&in, &out, &tag)
+                        : hylorn::ASN1_Decode_Explicit_Tag(total, der, &out, &tag);
   d.value = take(&out);
   d.extra = tag;
   return d;
@@ -97,53 +89,57 @@ Decoded list(u32 total, const u8* der) {
 }
 
 const Decoder kDecoders[] = {
-    {"Integer", 112, 0x02, contents<hylorn::ASN1_Decode_Integer>},
-    {"Boolean", 114, 0x01, boolean},
-    {"BitString", 106, 0x03, bit_string},
-    {"Object", 104, 0x06, object},
-    {"OctetString", 120, 0x04, contents<hylorn::ASN1_Decode_Octet_String>},
-    {"PrintableString", 116, 0x13, contents<hylorn::ASN1_Decode_PrintableString>},
-    {"T61String", 226, 0x14, contents<hylorn::ASN1_Decode_T61String>},
-    {"IA5String", 118, 0x16, contents<hylorn::ASN1_Decode_IA5String>},
-    {"UTCTime", 122, 0x17, contents<hylorn::ASN1_Decode_UTCTime>},
-    {"GeneralizedTime", 124, 0x18, contents<hylorn::ASN1_Decode_GeneralizedTime>},
-    {"BMPString", 156, 0x1E, contents<hylorn::ASN1_Decode_BMPString>},
-    {"ExplicitTag", 126, 0xA3, explicit_tag},
-    {"ExplicitTagP", 223, 0xA3, explicit_tag_p},
-    {"Sequence", 108, 0x30, list<hylorn::ASN1_Decode_Sequence>},
-    {"Set", 110, 0x31, list<hylorn::ASN1_Decode_Set>},
+    {"Integer", 112, 0x02, "02 03 00 80 00", contents<hylorn::ASN1_Decode_Integer>},
+    {"Boolean", 114, 0x01, "01 01 ff", boolean},
+    {"BitString", 106, 0x03, "03 03 07 ff 80", bit_string},
+    {"Object", 104, 0x06, "06 03 55 04 03", object},
+    {"OctetString", 120, 0x04, "04 84 00 00 00 02 aa bb",
+     contents<hylorn::ASN1_Decode_Octet_String>},
+    {"PrintableString", 116, 0x13, "13 02 41 42", contents<hylorn::ASN1_Decode_PrintableString>},
+    {"T61String", 226, 0x14, "14 83 00 00 02 41 42", contents<hylorn::ASN1_Decode_T61String>},
+    {"IA5String", 118, 0x16, "16 02 41 42", contents<hylorn::ASN1_Decode_IA5String>},
+    {"UTCTime", 122, 0x17, "17 02 41 42", contents<hylorn::ASN1_Decode_UTCTime>},
+    {"GeneralizedTime", 124, 0x18, "18 02 41 42", contents<hylorn::ASN1_Decode_GeneralizedTime>},
+    {"BMPString", 156, 0x1E, "1e 04 4e 2d 00 41", contents<hylorn::ASN1_Decode_BMPString>},
+    {"ExplicitTag", 126, 0xA3, "a3 81 03 02 01 05", explicit_tag<false>},
+    {"ExplicitTagP", 223, 0xA3, "a3 02 05 00", explicit_tag<true>},
+    {"Sequence", 108, 0x30, "30 06 02 01 05 04 01 41", list<hylorn::ASN1_Decode_Sequence>},
+    {"Set", 110, 0x31, "31 06 04 01 41 02 01 05", list<hylorn::ASN1_Decode_Set>},
 };
+
+DATA_BUFFER view(const Bytes& c) {
+  return DATA_BUFFER{u32(c.size()), const_cast<u8*>(c.data())};
+}
 
 template <u32 (*F)(DATA_BUFFER, DATA_BUFFER*)>
 u32 plain(const Bytes& c, DATA_BUFFER* out) {
-  return F(DATA_BUFFER{u32(c.size()), const_cast<u8*>(c.data())}, out);
-}
-
-u32 bit_string_enc(const Bytes& c, DATA_BUFFER* out) {
-  return hylorn::ASN1_Encode_Bit_String({u32(c.size()), 0, const_cast<u8*>(c.data())}, out);
-}
-u32 object_enc(const Bytes& c, DATA_BUFFER* out) {
-  return hylorn::ASN1_Encode_Object({0, {u32(c.size()), const_cast<u8*>(c.data())}}, out);
-}
-u32 explicit_enc(const Bytes& c, DATA_BUFFER* out) {
-  return hylorn::ASN1_Encode_Explicit_Tag({u32(c.size()), const_cast<u8*>(c.data())}, 3, out);
-}
-u32 explicit_p_enc(const Bytes& c, DATA_BUFFER* out) {
-  const DATA_BUFFER in{u32(c.size()), const_cast<u8*>(c.data())};
-  return hylorn::ASN1_Encode_Explicit_Tag_P(&in, 3, out);
+  return F(view(c), out);
 }
 
 const Encoder kEncoders[] = {
-    {"Integer", 111, 0x02, plain<hylorn::ASN1_Encode_Integer>},
-    {"BitString", 105, 0x03, bit_string_enc},
-    {"Object", 103, 0x06, object_enc},
-    {"OctetString", 119, 0x04, plain<hylorn::ASN1_Encode_Octet_String>},
-    {"PrintableString", 115, 0x13, plain<hylorn::ASN1_Encode_PrintableString>},
-    {"IA5String", 117, 0x16, plain<hylorn::ASN1_Encode_IA5String>},
-    {"UTCTime", 121, 0x17, plain<hylorn::ASN1_Encode_UTCTime>},
-    {"GeneralizedTime", 123, 0x18, plain<hylorn::ASN1_Encode_GeneralizedTime>},
-    {"ExplicitTag", 125, 0xA3, explicit_enc},
-    {"ExplicitTagP", 222, 0xA3, explicit_p_enc},
+    {"Integer", 111, plain<hylorn::ASN1_Encode_Integer>},
+    {"BitString", 105,
+     [](const Bytes& c, DATA_BUFFER* out) {
+       return hylorn::ASN1_Encode_Bit_String({u32(c.size()), 0, const_cast<u8*>(c.data())}, out);
+     }},
+    {"Object", 103,
+     [](const Bytes& c, DATA_BUFFER* out) {
+       return hylorn::ASN1_Encode_Object({0, view(c)}, out);
+     }},
+    {"OctetString", 119, plain<hylorn::ASN1_Encode_Octet_String>},
+    {"PrintableString", 115, plain<hylorn::ASN1_Encode_PrintableString>},
+    {"IA5String", 117, plain<hylorn::ASN1_Encode_IA5String>},
+    {"UTCTime", 121, plain<hylorn::ASN1_Encode_UTCTime>},
+    {"GeneralizedTime", 123, plain<hylorn::ASN1_Encode_GeneralizedTime>},
+    {"ExplicitTag", 125,
+     [](const Bytes& c, DATA_BUFFER* out) {
+       return hylorn::ASN1_Encode_Explicit_Tag(view(c), 3, out);
+     }},
+    {"ExplicitTagP", 222,
+     [](const Bytes& c, DATA_BUFFER* out) {
+       const DATA_BUFFER in = view(c);
+       return hylorn::ASN1_Encode_Explicit_Tag_P(&in, 3, out);
+     }},
 };
 
 template <class T>
@@ -172,9 +168,6 @@ Decoded decode_exact(const Decoder& d, const Bytes& der) {
 std::span<const Encoder> encoders() {
   return kEncoders;
 }
-const Encoder& encoder(std::string_view name) {
-  return find(encoders(), name);
-}
 
 Encoded encode(const Encoder& e, const Bytes& contents) {
   DATA_BUFFER out{0, nullptr};
@@ -183,17 +176,20 @@ Encoded encode(const Encoder& e, const Bytes& contents) {
   r.der = take(&out);
   return r;
 }
-
-TestBmpTable::TestBmpTable() : table_(2 * HYLORN_BMP_TABLE_ENTRIES) {
-  for (u32 u = 0; u < HYLORN_BMP_TABLE_ENTRIES; ++u) {
-    table_[2 * u] = u8((u >> 8) ^ 0x11);
-    table_[2 * u + 1] = u8((u & 0xFF) ^ 0x22);
-  }
-  Crypt_GetBMPTable(table_.data());
+Encoded encode(std::string_view name, const Bytes& contents) {
+  return encode(find(encoders(), name), contents);
 }
 
-TestBmpTable::~TestBmpTable() {
-  Crypt_GetBMPTable(nullptr);
+void load_test_bmp_table() {
+  static const std::vector<u8> table = [] {
+    std::vector<u8> t(2 * HYLORN_BMP_TABLE_ENTRIES);
+    for (u32 u = 0; u < HYLORN_BMP_TABLE_ENTRIES; ++u) {
+      t[2 * u] = u8((u >> 8) ^ 0x11);
+      t[2 * u + 1] = u8((u & 0xFF) ^ 0x22);
+    }
+    return t;
+  }();
+  Crypt_GetBMPTable(table.data());
 }
 
 }  // namespace asn1_test

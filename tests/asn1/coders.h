@@ -17,14 +17,17 @@ using hylorn_test::Bytes;
 struct Decoded {
   hylorn::u32 result = 1;
   Bytes value;               // contents (BIT STRING: without the unused-bits octet)
-  unsigned extra = 0;        // BIT STRING unused bits, explicit tag number, BOOLEAN value
-  std::vector<Bytes> nodes;  // SEQUENCE / SET components
+  unsigned extra = 0;        // BIT STRING unused bits, explicit tag number, BOOLEAN value,
+                             // or the oidValue 77 the Object decoder must leave alone
+  std::vector<Bytes> nodes;  // SEQUENCE / SET components; "<list written>" on a failure
+                             // that wrote the caller's list pointer
 };
 
 struct Decoder {
   const char* name;
   int func_no;
-  hylorn::u8 tag;  // identifier octet of a valid element
+  hylorn::u8 tag;      // identifier octet of a valid element
+  const char* sample;  // a valid element, in hex
   Decoded (*run)(hylorn::u32 total, const hylorn::u8* der);
 };
 
@@ -38,38 +41,23 @@ inline Decoded decode_exact(std::string_view name, const Bytes& der) {
   return decode_exact(decoder(name), der);
 }
 
+// The encoders that take a contents buffer (BIT STRING with 0 unused bits, explicit
+// tags with tag number 3).
 struct Encoder {
   const char* name;
   int func_no;
-  hylorn::u8 tag;  // identifier octet written
   hylorn::u32 (*run)(const Bytes& contents, hylorn::DATA_BUFFER* out);
 };
-
-// The encoders that take a contents buffer (BIT STRING with 0 unused bits, explicit
-// tags with tag number 3, SEQUENCE / SET of one node holding the contents).
 std::span<const Encoder> encoders();
-const Encoder& encoder(std::string_view name);
 
 struct Encoded {
   hylorn::u32 result = 1;
   Bytes der;
 };
 Encoded encode(const Encoder& e, const Bytes& contents);
-inline Encoded encode(std::string_view name, const Bytes& contents) {
-  return encode(encoder(name), contents);
-}
+Encoded encode(std::string_view name, const Bytes& contents);
 
-// A BMP table whose entry u is { (u >> 8) ^ 0x11, (u & 0xFF) ^ 0x22 }, loaded while the
-// object lives.
-class TestBmpTable {
- public:
-  TestBmpTable();
-  ~TestBmpTable();
-  TestBmpTable(const TestBmpTable&) = delete;
-  TestBmpTable& operator=(const TestBmpTable&) = delete;
-
- private:
-  std::vector<hylorn::u8> table_;
-};
+// Loads a BMP table whose entry u is { (u >> 8) ^ 0x11, (u & 0xFF) ^ 0x22 }.
+void load_test_bmp_table();
 
 }  // namespace asn1_test

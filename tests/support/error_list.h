@@ -17,6 +17,9 @@ struct ErrEntry {
 
 std::ostream& operator<<(std::ostream& os, const ErrEntry& e);
 
+// A whole list, innermost entry first.
+using Entries = std::vector<ErrEntry>;
+
 // Empties the list, as an internal function does at its start.
 void clear_errors();
 // The entries as Crypt_Get_Err returns them, parsed line by line.
