@@ -8,6 +8,19 @@
 
 namespace hylorn {
 
+// The Montgomery kernels: portable C++ on 64-bit limbs, or MULX/ADCX/ADOX assembly on
+// x86-64 processors with BMI2 and ADX. Both give the same numbers; the choice is made
+// once from CPUID, and tests may force either.
+enum class MontPath { portable, mulx_adx };
+
+// Whether this CPU (and this build) can run the path.
+bool mont_path_available(MontPath path);
+// Makes later exponentiations use path; false (and no change) when it is not available.
+bool select_mont_path(MontPath path);
+// Returns to the path CPUID suggests.
+void select_mont_path_automatically();
+MontPath current_mont_path();
+
 // quotient (cDigits) = c div d, remainder (dDigits) = c mod d, on 64-bit limbs; d is not
 // zero, quotient and remainder do not overlap.
 void mp_divide(MP_DIGIT* quotient, MP_DIGIT* remainder, const MP_DIGIT* c, u32 cDigits,
@@ -20,5 +33,11 @@ void mp_divide(MP_DIGIT* quotient, MP_DIGIT* remainder, const MP_DIGIT* c, u32 c
 // doublings.
 void mont_mod_exp(MP_DIGIT* a, const MP_DIGIT* b, const MP_DIGIT* c, u32 cDigits,
                   const MP_DIGIT* d, u32 dDigits);
+
+// r = a b / R mod d, R = 2^(64 L) for the L 64-bit limbs d needs, with the kernel of the
+// current path: the square kernel when a and b are the same array. d is odd and above 1,
+// a is below R and b below d (a below d for a square).
+void mont_product(MP_DIGIT* r, const MP_DIGIT* a, const MP_DIGIT* b, const MP_DIGIT* d,
+                  u32 dDigits);
 
 }  // namespace hylorn
