@@ -97,6 +97,34 @@ limb neg_inverse(limb n) {
   return 0 - x;
 }
 
+// r = t - n when t (N limbs plus the carry limb top) is at least n, else t.
+template <int N>
+void reduce_once(limb* r, const limb* t, limb top, const limb* n) {
+  limb diff[N];
+  limb borrow = 0;
+  for (int j = 0; j < N; ++j) {
+    wide d = static_cast<wide>(t[j]) - n[j] - borrow;
+    diff[j] = static_cast<limb>(d);
+    borrow = static_cast<limb>(d >> kLimbBits) & 1;
+  }
+  limb keep_diff = mask_of((top | (borrow ^ 1)) & 1);
+  for (int j = 0; j < N; ++j) r[j] = (diff[j] & keep_diff) | (t[j] & ~keep_diff);
+  secure_wipe(diff, sizeof diff);
+}
+
+// r = 2 a mod n for a < n.
+template <int N>
+void double_mod(limb* r, const limb* a, const limb* n) {
+  limb t[N];
+  limb carry = 0;
+  for (int j = 0; j < N; ++j) {
+    t[j] = (a[j] << 1) | carry;
+    carry = a[j] >> (kLimbBits - 1);
+  }
+  reduce_once<N>(r, t, carry, n);
+  secure_wipe(t, sizeof t);
+}
+
 #ifdef HYLORN_MONT_ADX
 // The sizes with assembly kernels, and their frames.
 template <int N>
@@ -161,19 +189,6 @@ struct Field {
     return fallback;
   }
 
-  // r = t - n when t (N limbs plus the carry limb top) is at least n, else t.
-  void reduce_once(limb* r, const limb* t, limb top) const {
-    limb diff[N];
-    limb borrow = 0;
-    for (int j = 0; j < N; ++j) {
-      wide d = static_cast<wide>(t[j]) - n[j] - borrow;
-      diff[j] = static_cast<limb>(d);
-      borrow = static_cast<limb>(d >> kLimbBits) & 1;
-    }
-    limb keep_diff = mask_of((top | (borrow ^ 1)) & 1);
-    for (int j = 0; j < N; ++j) r[j] = (diff[j] & keep_diff) | (t[j] & ~keep_diff);
-  }
-
   // r = a * b / R mod n, for a below R and b below n. r may alias a or b.
   void mul(limb* r, const limb* a, const limb* b) const {
 #ifdef HYLORN_MONT_ADX
@@ -234,20 +249,10 @@ struct Field {
       t[N - 1] = static_cast<limb>(s);
       t[N] = t[N + 1] + static_cast<limb>(s >> kLimbBits);
     }
-    reduce_once(r, t, t[N]);
+    reduce_once<N>(r, t, t[N], n);
   }
 
-  // r = 2 a mod n for a < n.
-  void dbl(limb* r, const limb* a) const {
-    limb t[N];
-    limb carry = 0;
-    for (int j = 0; j < N; ++j) {
-      t[j] = (a[j] << 1) | carry;
-      carry = a[j] >> (kLimbBits - 1);
-    }
-    reduce_once(r, t, carry);
-    secure_wipe(t, sizeof t);
-  }
+  void dbl(limb* r, const limb* a) const { double_mod<N>(r, a, n); }
 
  private:
   // Copies N limbs unless they are already in place.
@@ -281,17 +286,69 @@ u32 window_width(u32 bits) {
   return best;
 }
 
+// What depends on the modulus alone.
+struct ModulusConstants {
+  int limbs;            // N; 0 in an unused cache entry
+  limb n[kMaxLimbs];
+  limb n0;              // -n^-1 mod 2^64
+  limb one[kMaxLimbs];  // R mod n, the Montgomery form of 1
+  limb rr[kMaxLimbs];   // R^2 mod n
+};
+
+// one by doubling the top bit of n up to 2^(64 N); rr by division.
+template <int N>
+void set_up_constants(ModulusConstants* k, const MP_DIGIT* d, u32 dDigits) {
+  k->limbs = N;
+  to_limbs(k->n, N, d, dDigits);
+  k->n0 = neg_inverse(k->n[0]);
+  u32 nbits = mp_bits(d, dDigits);
+  limb x[N] = {};
+  x[(nbits - 1) / kLimbBits] = static_cast<limb>(1) << ((nbits - 1) % kLimbBits);
+  for (u32 i = nbits - 1; i < static_cast<u32>(kLimbBits * N); ++i) double_mod<N>(x, x, k->n);
+  for (int i = 0; i < N; ++i) k->one[i] = x[i];
+  limb u[2 * N + 1] = {};
+  u[2 * N] = 1;
+  divide_limbs(nullptr, k->rr, u, 2 * N + 1, k->n, N);
+  secure_wipe(x, sizeof x);
+}
+
+// The constants of the public moduli used last, so that checking signature after
+// signature under one key sets them up once. Only public moduli come here: nothing
+// derived from a private key is ever kept. Per thread, so that concurrent callers never
+// see each other's entries half-written.
+struct PublicModulusCache {
+  static constexpr int kEntries = 4;
+  ModulusConstants entries[kEntries];
+  int next;
+};
+thread_local PublicModulusCache public_moduli;
+
+// The cached constants of d, set up first when d is not among them.
+template <int N>
+const ModulusConstants& public_constants(const MP_DIGIT* d, u32 dDigits) {
+  limb n[N];
+  to_limbs(n, N, d, dDigits);
+  PublicModulusCache& cache = public_moduli;
+  for (const ModulusConstants& e : cache.entries) {
+    if (e.limbs != N) continue;
+    limb diff = 0;
+    for (int j = 0; j < N; ++j) diff |= e.n[j] ^ n[j];
+    if (diff == 0) return e;
+  }
+  ModulusConstants& e = cache.entries[cache.next];
+  cache.next = (cache.next + 1) % PublicModulusCache::kEntries;
+  set_up_constants<N>(&e, d, dDigits);
+  return e;
+}
+
 template <int N>
 class Exponentiation {
  public:
-  Exponentiation(const MP_DIGIT* d, u32 dDigits) {
-    f_.init(d, dDigits);
-    make_r_and_rr(mp_bits(d, dDigits));
+  explicit Exponentiation(const ModulusConstants& k) : one_(k.one), rr_(k.rr) {
+    f_.init(k.n, k.n0);
   }
   ~Exponentiation() {
     secure_wipe(&f_, sizeof f_);
-    secure_wipe(one_, sizeof one_);
-    secure_wipe(rr_, sizeof rr_);
     secure_wipe(table_, table_entries_ * sizeof table_[0]);
   }
   Exponentiation(const Exponentiation&) = delete;
@@ -320,23 +377,6 @@ class Exponentiation {
   }
 
  private:
-  // one = R mod n by doubling the top bit of n up to 2^(64 N); R^2 mod n by division.
-  void make_r_and_rr(u32 nbits) {
-    limb x[N] = {};
-    x[(nbits - 1) / kLimbBits] = static_cast<limb>(1) << ((nbits - 1) % kLimbBits);
-    for (u32 i = nbits - 1; i < static_cast<u32>(kLimbBits * N); ++i) f_.dbl(x, x);
-    for (int i = 0; i < N; ++i) one_[i] = x[i];
-    secure_wipe(x, sizeof x);
-    r_squared();
-  }
-
-  // rr = 2^(128 N) mod n.
-  void r_squared() {
-    limb u[2 * N + 1] = {};
-    u[2 * N] = 1;
-    divide_limbs(nullptr, rr_, u, 2 * N + 1, f_.n, N);
-  }
-
   static bool is_two(const limb* b) {
     limb rest = 0;
     for (int i = 1; i < N; ++i) rest |= b[i];
@@ -408,15 +448,15 @@ class Exponentiation {
   }
 
   Field<N> f_;
-  limb one_[N];  // R mod n, the Montgomery form of 1
-  limb rr_[N];   // R^2 mod n
+  const limb* one_;  // R mod n, the Montgomery form of 1
+  const limb* rr_;   // R^2 mod n
   limb table_[1u << kMaxWindow][N + 1];  // one spare limb: entries are read in pairs
   u32 table_entries_ = 0;                 // how many were filled, and must be wiped
 };
 
 template <int N>
 void exp_with_limbs(MP_DIGIT* a, const MP_DIGIT* b, const MP_DIGIT* c, u32 cDigits,
-                    const MP_DIGIT* d, u32 dDigits) {
+                    const MP_DIGIT* d, u32 dDigits, const ModulusConstants& k) {
   limb base[N], t[N];
   MP_DIGIT reduced[MP_MAX_DIGITS] = {};
   if (MP_Digits(b, dDigits) > 2 * N) {  // too wide for N limbs: reduce it first
@@ -426,7 +466,7 @@ void exp_with_limbs(MP_DIGIT* a, const MP_DIGIT* b, const MP_DIGIT* c, u32 cDigi
     to_limbs(base, N, b, dDigits);
   }
   {
-    Exponentiation<N> e(d, dDigits);
+    Exponentiation<N> e(k);
     e.run(t, base, c, cDigits);
     e.finish(t, t);
   }
@@ -505,8 +545,23 @@ void mont_mod_exp(MP_DIGIT* a, const MP_DIGIT* b, const MP_DIGIT* c, u32 cDigits
     MP_AssignZero(a, dDigits);
     return;
   }
-  with_limbs<1>(limbs_of(d, dDigits),
-                [&]<int N>() { exp_with_limbs<N>(a, b, c, cDigits, d, dDigits); });
+  with_limbs<1>(limbs_of(d, dDigits), [&]<int N>() {
+    ModulusConstants k;
+    set_up_constants<N>(&k, d, dDigits);
+    exp_with_limbs<N>(a, b, c, cDigits, d, dDigits, k);
+    secure_wipe(&k, sizeof k);
+  });
+}
+
+void mont_mod_exp_public(MP_DIGIT* a, const MP_DIGIT* b, const MP_DIGIT* c, u32 cDigits,
+                         const MP_DIGIT* d, u32 dDigits) {
+  if (MP_Digits(d, dDigits) == 1 && d[0] == 1) {
+    MP_AssignZero(a, dDigits);
+    return;
+  }
+  with_limbs<1>(limbs_of(d, dDigits), [&]<int N>() {
+    exp_with_limbs<N>(a, b, c, cDigits, d, dDigits, public_constants<N>(d, dDigits));
+  });
 }
 
 void mont_product(MP_DIGIT* r, const MP_DIGIT* a, const MP_DIGIT* b, const MP_DIGIT* d,

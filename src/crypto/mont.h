@@ -34,6 +34,12 @@ void mp_divide(MP_DIGIT* quotient, MP_DIGIT* remainder, const MP_DIGIT* c, u32 c
 void mont_mod_exp(MP_DIGIT* a, const MP_DIGIT* b, const MP_DIGIT* c, u32 cDigits,
                   const MP_DIGIT* d, u32 dDigits);
 
+// mont_mod_exp for a public modulus: the constants that depend on d alone are kept
+// between calls in a small per-thread cache keyed by all of d, so that a key used again
+// skips their set-up. Never for a secret modulus (a prime of a private key).
+void mont_mod_exp_public(MP_DIGIT* a, const MP_DIGIT* b, const MP_DIGIT* c, u32 cDigits,
+                         const MP_DIGIT* d, u32 dDigits);
+
 // r = a b / R mod d, R = 2^(64 L) for the L 64-bit limbs d needs, with the kernel of the
 // current path: the square kernel when a and b are the same array. d is odd and above 1,
 // a is below R and b below d (a below d for a square).

@@ -111,7 +111,7 @@ u32 RSA_Public_Block(u8* out, u32* outLen, const u8* in, u32 inLen, const RSA_PU
   if (modulus_len(key->bits) > MAX_RSA_MODULUS_LEN) {
     status = RSA_ERR_LEN;  // no record holds such a key: refuse rather than overrun out
   } else if (MP_Cmp(c, n, nDigits) < 0) {
-    MP_ModExp(m, c, e, eDigits, n, nDigits);
+    mp_mod_exp_public(m, c, e, eDigits, n, nDigits);
     *outLen = modulus_len(key->bits);
     MP_Encode(out, *outLen, m, nDigits);
     status = 0;

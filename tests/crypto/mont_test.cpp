@@ -2,6 +2,7 @@
 
 #include "bn_oracle.h"
 #include "crypto/mont.h"
+#include "crypto/mp.h"
 #include "mont_paths.h"
 
 namespace {
@@ -56,6 +57,36 @@ TEST(MontProduct, KernelsOfEveryPathMatchBn) {
         EXPECT_EQ(prod, from_bn(want.get(), digits)) << hylorn_test::name_of(path) << " " << digits << " digits, round " << r;
         EXPECT_EQ(square, from_bn(want_sq.get(), digits)) << hylorn_test::name_of(path) << " " << digits << " digits, round " << r;
       }
+    }
+  }
+}
+
+// The public exponentiation keeps constants per modulus: moduli that differ only in one
+// high digit, or only in length, must never share them, and more moduli than the cache
+// holds must come and go.
+TEST(MontPublic, ModuliThatDifferLittleKeepTheirOwnConstants) {
+  hylorn_test::BnCtx ctx(BN_CTX_new());
+  hylorn_test::Operands ops(31);
+  Digits base = ops.odd(32);
+  std::vector<Digits> moduli;
+  for (size_t flip : {31, 30, 16, 9, 1}) {
+    Digits d = base;
+    d[flip] ^= 0x10u;
+    moduli.push_back(d);
+  }
+  moduli.push_back(base);
+  Digits shorter = base;
+  shorter[31] = 0;  // the same low digits, one limb fewer
+  shorter[30] = 0;
+  shorter[29] |= 1u << 31;
+  moduli.push_back(shorter);
+  for (int pass = 0; pass < 3; ++pass) {
+    for (const Digits& d : moduli) {
+      Digits b = ops.number(32), e = {65537}, got(32);
+      hylorn::mp_mod_exp_public(got.data(), b.data(), e.data(), 1, d.data(), 32);
+      Bn want = new_bn();
+      BN_mod_exp(want.get(), to_bn(b).get(), to_bn(e).get(), to_bn(d).get(), ctx.get());
+      EXPECT_EQ(got, from_bn(want.get(), 32)) << "pass " << pass;
     }
   }
 }
