@@ -189,6 +189,16 @@ struct Field {
     return fallback;
   }
 
+  // Where mul takes its second operand from without copying it.
+  limb* operand(limb* fallback) const {
+#ifdef HYLORN_MONT_ADX
+    if constexpr (kKernels) {
+      if (adx) return frame.b;
+    }
+#endif
+    return fallback;
+  }
+
   // r = a * b / R mod n, for a below R and b below n. r may alias a or b.
   void mul(limb* r, const limb* a, const limb* b) const {
 #ifdef HYLORN_MONT_ADX
@@ -409,6 +419,14 @@ class Exponentiation {
   // two limbs at a time into a local array that stays in registers (r may alias
   // anything; left to itself the compiler vectorises across entries and shuffles).
   void lookup(limb* r, u32 k, u32 entries) const {
+#ifdef HYLORN_MONT_ADX
+    if constexpr (N % 4 == 0) {
+      if (f_.adx) {
+        mont_x86::gather_avx2<N>(r, &table_[0][0], kRow, k, entries);
+        return;
+      }
+    }
+#endif
     using Pair = limb __attribute__((vector_size(16)));
     constexpr int kPairs = (N + 1) / 2;
     Pair acc[kPairs] = {};
@@ -428,7 +446,8 @@ class Exponentiation {
     u32 w = window_width(bits);
     u32 entries = 1u << w;
     table_entries_ = entries;
-    for (u32 e = 0; e < entries; ++e) table_[e][N] = 0;
+    if constexpr (kRow > N)
+      for (u32 e = 0; e < entries; ++e) table_[e][N] = 0;  // the spare limb
     for (int j = 0; j < N; ++j) table_[0][j] = one_[j], table_[1][j] = bm[j];
     for (u32 e = 2; e < entries; ++e) {
       if (e % 2 == 0)
@@ -436,7 +455,8 @@ class Exponentiation {
       else
         f_.mul(table_[e], table_[e - 1], bm);
     }
-    limb factor[N];
+    limb spare[N];
+    limb* factor = f_.operand(spare);
     u32 windows = (bits + w - 1) / w;
     lookup(t, exponent_window(c, cDigits, (windows - 1) * w, w), entries);
     for (u32 k = windows - 1; k-- > 0;) {
@@ -444,13 +464,16 @@ class Exponentiation {
       lookup(factor, exponent_window(c, cDigits, k * w, w), entries);
       f_.mul(t, t, factor);
     }
-    secure_wipe(factor, sizeof factor);
+    secure_wipe(spare, sizeof spare);
   }
 
   Field<N> f_;
   const limb* one_;  // R mod n, the Montgomery form of 1
   const limb* rr_;   // R^2 mod n
-  limb table_[1u << kMaxWindow][N + 1];  // one spare limb: entries are read in pairs
+  // Entries are read in pairs of limbs, so an odd N takes a spare limb; rows of whole
+  // cache lines keep the reads from straddling two.
+  static constexpr int kRow = N + N % 2;
+  alignas(64) limb table_[1u << kMaxWindow][kRow];
   u32 table_entries_ = 0;                 // how many were filled, and must be wiped
 };
 

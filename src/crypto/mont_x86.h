@@ -1,4 +1,4 @@
-// The Montgomery kernels for x86-64 processors with BMI2 and ADX: MULX leaves the flags
+// The Montgomery kernels for x86-64 processors with BMI2, ADX and AVX2: MULX leaves the flags
 // alone, so each row of products feeds two independent carry chains, ADCX on CF for the
 // low halves and ADOX on OF for the high halves. One kernel per operation and size
 // (512 and 1024 bits), each a single block of assembly working on a frame of operands at
@@ -10,6 +10,7 @@
 #define HYLORN_MONT_ADX 1
 
 #include <cpuid.h>
+#include <immintrin.h>
 
 #include "frame/types.h"
 
@@ -17,14 +18,40 @@ namespace hylorn::mont_x86 {
 
 using limb = u64;
 
-// MULX with the ADCX/ADOX pair of carry chains (BMI2 and ADX), asked of the processor once.
+// MULX with the ADCX/ADOX pair of carry chains (BMI2 and ADX), and AVX2 with the
+// operating system saving its registers, for the table reads: asked of the processor once.
 inline bool has_mulx_adx() {
   static const bool yes = [] {
     unsigned eax = 0, ebx = 0, ecx = 0, edx = 0;
+    if (__get_cpuid(1, &eax, &ebx, &ecx, &edx) == 0 || (ecx & (1u << 27)) == 0) return false;
+    unsigned xcr0_lo = 0, xcr0_hi = 0;
+    asm("xgetbv" : "=a"(xcr0_lo), "=d"(xcr0_hi) : "c"(0));
+    if ((xcr0_lo & 6) != 6) return false;  // SSE and AVX state
     if (__get_cpuid_count(7, 0, &eax, &ebx, &ecx, &edx) == 0) return false;
-    return (ebx & (1u << 8)) != 0 && (ebx & (1u << 19)) != 0;
+    return (ebx & (1u << 5)) != 0 && (ebx & (1u << 8)) != 0 && (ebx & (1u << 19)) != 0;
   }();
   return yes;
+}
+
+// r = row k of a table of `rows` rows, `stride` limbs apart, each row read alike: the
+// window factor of an exponentiation, whose index is secret. N is a multiple of 4.
+template <int N>
+__attribute__((target("avx2"))) void gather_avx2(limb* r, const limb* table, int stride,
+                                                  unsigned k, unsigned rows) {
+  __m256i acc[N / 4];
+  for (int j = 0; j < N / 4; ++j) acc[j] = _mm256_setzero_si256();
+  const __m256i want = _mm256_set1_epi64x(static_cast<long long>(k));
+  const __m256i one = _mm256_set1_epi64x(1);
+  __m256i row = _mm256_setzero_si256();
+  for (unsigned e = 0; e < rows; ++e, table += stride) {
+    __m256i take = _mm256_cmpeq_epi64(row, want);
+    for (int j = 0; j < N / 4; ++j) {
+      __m256i v = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(table + 4 * j));
+      acc[j] = _mm256_or_si256(acc[j], _mm256_and_si256(v, take));
+    }
+    row = _mm256_add_epi64(row, one);
+  }
+  for (int j = 0; j < N / 4; ++j) _mm256_storeu_si256(reinterpret_cast<__m256i*>(r + 4 * j), acc[j]);
 }
 
 // Operands of the 512-bit kernels at fixed offsets from one pointer. The kernels read a
