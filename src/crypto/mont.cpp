@@ -125,6 +125,37 @@ void double_mod(limb* r, const limb* a, const limb* n) {
   secure_wipe(t, sizeof t);
 }
 
+// r = a + b mod n for a, b below n.
+template <int N>
+void add_mod(limb* r, const limb* a, const limb* b, const limb* n) {
+  limb t[N];
+  limb carry = 0;
+  for (int j = 0; j < N; ++j) {
+    wide s = static_cast<wide>(a[j]) + b[j] + carry;
+    t[j] = static_cast<limb>(s);
+    carry = static_cast<limb>(s >> kLimbBits);
+  }
+  reduce_once<N>(r, t, carry, n);
+  secure_wipe(t, sizeof t);
+}
+
+// r = a - b mod n for a, b below n: n is added back, or 0, by mask.
+template <int N>
+void sub_mod(limb* r, const limb* a, const limb* b, const limb* n) {
+  limb borrow = 0;
+  for (int j = 0; j < N; ++j) {
+    wide d = static_cast<wide>(a[j]) - b[j] - borrow;
+    r[j] = static_cast<limb>(d);
+    borrow = static_cast<limb>(d >> kLimbBits) & 1;
+  }
+  limb add = mask_of(borrow), carry = 0;
+  for (int j = 0; j < N; ++j) {
+    wide s = static_cast<wide>(r[j]) + (n[j] & add) + carry;
+    r[j] = static_cast<limb>(s);
+    carry = static_cast<limb>(s >> kLimbBits);
+  }
+}
+
 #ifdef HYLORN_MONT_ADX
 // The sizes with assembly kernels, and their frames.
 template <int N>
@@ -316,9 +347,13 @@ void set_up_constants(ModulusConstants* k, const MP_DIGIT* d, u32 dDigits) {
   x[(nbits - 1) / kLimbBits] = static_cast<limb>(1) << ((nbits - 1) % kLimbBits);
   for (u32 i = nbits - 1; i < static_cast<u32>(kLimbBits * N); ++i) double_mod<N>(x, x, k->n);
   for (int i = 0; i < N; ++i) k->one[i] = x[i];
+  // n may have fewer significant limbs than N (the smaller prime of a key at the
+  // larger one's size): the division takes only those.
+  int significant = static_cast<int>((MP_Digits(d, dDigits) + 1) / 2);
   limb u[2 * N + 1] = {};
   u[2 * N] = 1;
-  divide_limbs(nullptr, k->rr, u, 2 * N + 1, k->n, N);
+  for (int i = 0; i < N; ++i) k->rr[i] = 0;
+  divide_limbs(nullptr, k->rr, u, 2 * N + 1, k->n, significant);
   secure_wipe(x, sizeof x);
 }
 
@@ -384,6 +419,30 @@ class Exponentiation {
   void finish(limb* r, const limb* t) const {
     limb unit[N] = {1};
     f_.mul(r, t, unit);
+  }
+
+  // t = x^c in Montgomery form for a secret exponent c (not 0), x = w mod n for a w of
+  // 2N limbs: x R = w_lo R + w_hi R^2 mod n, two products with R^2 and R^3.
+  void run_secret(limb* t, const limb* w, const MP_DIGIT* c, u32 cDigits) {
+    limb xm[N], rrr[N];
+    f_.mul(xm, w, rr_);
+    f_.mul(rrr, rr_, rr_);
+    f_.mul(rrr, w + N, rrr);
+    add_mod<N>(xm, xm, rrr, f_.n);
+    limb* acc = f_.accumulator(t);
+    fixed_window(acc, xm, c, cDigits, mp_bits(c, cDigits));
+    for (int j = 0; j < N; ++j) t[j] = acc[j];
+    secure_wipe(xm, sizeof xm);
+    secure_wipe(rrr, sizeof rrr);
+  }
+
+  // r = (x - y R) g / R mod n for x, y, g below n: with x = a R, (a - y) g.
+  void difference_times(limb* r, const limb* x, const limb* y, const limb* g) const {
+    limb yr[N];
+    f_.mul(yr, y, rr_);
+    sub_mod<N>(yr, x, yr, f_.n);
+    f_.mul(r, yr, g);
+    secure_wipe(yr, sizeof yr);
   }
 
  private:
@@ -499,6 +558,50 @@ void exp_with_limbs(MP_DIGIT* a, const MP_DIGIT* b, const MP_DIGIT* c, u32 cDigi
   secure_wipe(reduced, sizeof reduced);
 }
 
+// r (2N limbs) = a b + c for a, b, c of N limbs.
+template <int N>
+void multiply_add(limb* r, const limb* a, const limb* b, const limb* c) {
+  for (int j = 0; j < N; ++j) r[j] = c[j], r[N + j] = 0;
+  for (int i = 0; i < N; ++i) {
+    limb carry = 0;
+    for (int j = 0; j < N; ++j) {
+      wide p = static_cast<wide>(a[i]) * b[j] + r[i + j] + carry;
+      r[i + j] = static_cast<limb>(p);
+      carry = static_cast<limb>(p >> kLimbBits);
+    }
+    r[i + N] = carry;
+  }
+}
+
+// The private-key operation through the CRT, on N limbs throughout (q, the smaller
+// prime, at p's size):
+//   mQ = (c mod q)^dQ mod q,  h = ((c mod p)^dP - mQ) qInv mod p,  m = h q + mQ.
+template <int N>
+void crt_with_limbs(MP_DIGIT* m, const MP_DIGIT* c, u32 nDigits, const CrtKey& key) {
+  struct Limbs {
+    limb c[2 * N], q[N], qInv[N], mQ[N], x[N], h[N], m[2 * N];
+    ModulusConstants k;
+  } v;
+  to_limbs(v.c, 2 * N, c, nDigits);
+  to_limbs(v.q, N, key.q, key.digits);
+  to_limbs(v.qInv, N, key.qInv, key.digits);
+  set_up_constants<N>(&v.k, key.q, key.digits);
+  {
+    Exponentiation<N> e(v.k);
+    e.run_secret(v.x, v.c, key.dQ, key.digits);
+    e.finish(v.mQ, v.x);
+  }
+  set_up_constants<N>(&v.k, key.p, key.digits);
+  {
+    Exponentiation<N> e(v.k);
+    e.run_secret(v.x, v.c, key.dP, key.digits);
+    e.difference_times(v.h, v.x, v.mQ, v.qInv);
+  }
+  multiply_add<N>(v.m, v.h, v.q, v.mQ);
+  from_limbs(m, nDigits, v.m, 2 * N);
+  secure_wipe(&v, sizeof v);
+}
+
 // Calls fn.operator()<limbs>() for limbs in N..kMaxLimbs (direct calls, no table).
 template <int N, class Fn>
 void with_limbs(int limbs, Fn&& fn) {
@@ -585,6 +688,21 @@ void mont_mod_exp_public(MP_DIGIT* a, const MP_DIGIT* b, const MP_DIGIT* c, u32 
   with_limbs<1>(limbs_of(d, dDigits), [&]<int N>() {
     exp_with_limbs<N>(a, b, c, cDigits, d, dDigits, public_constants<N>(d, dDigits));
   });
+}
+
+bool mont_crt_exp(MP_DIGIT* m, const MP_DIGIT* c, u32 nDigits, const CrtKey& key) {
+  const MP_DIGIT one[1] = {1};
+  u32 digits = key.digits;
+  bool fits = digits > 0 && (key.p[0] & 1) != 0 && (key.q[0] & 1) != 0 &&
+              MP_Cmp(key.p, key.q, digits) > 0 && MP_Digits(key.q, digits) > 0 &&
+              !(MP_Digits(key.q, digits) == 1 && MP_Cmp(key.q, one, 1) == 0) &&
+              MP_Cmp(key.qInv, key.p, digits) < 0 && !MP_Zero(key.dP, digits) &&
+              !MP_Zero(key.dQ, digits) &&
+              limbs_of(c, nDigits) <= 2 * limbs_of(key.p, digits);
+  if (!fits) return false;
+  with_limbs<1>(limbs_of(key.p, digits),
+                [&]<int N>() { crt_with_limbs<N>(m, c, nDigits, key); });
+  return true;
 }
 
 void mont_product(MP_DIGIT* r, const MP_DIGIT* a, const MP_DIGIT* b, const MP_DIGIT* d,

@@ -40,6 +40,23 @@ void mont_mod_exp(MP_DIGIT* a, const MP_DIGIT* b, const MP_DIGIT* c, u32 cDigits
 void mont_mod_exp_public(MP_DIGIT* a, const MP_DIGIT* b, const MP_DIGIT* c, u32 cDigits,
                          const MP_DIGIT* d, u32 dDigits);
 
+// The numbers of a private key the CRT takes, all of `digits` digits, p > q.
+struct CrtKey {
+  const MP_DIGIT* p;
+  const MP_DIGIT* q;
+  const MP_DIGIT* dP;    // d mod (p - 1)
+  const MP_DIGIT* dQ;    // d mod (q - 1)
+  const MP_DIGIT* qInv;  // q^-1 mod p
+  u32 digits;
+};
+
+// m (nDigits) = ((c^dP mod p - c^dQ mod q) qInv mod p) q + c^dQ mod q, kept to nDigits
+// digits, all in the engine's limbs, for c below n = p q. Returns false, writing
+// nothing, for numbers the engine does not take (p or q even, q not above 1, p not
+// above q, qInv not below p, an exponent 0, c wider than p^2): the caller then takes
+// the general steps, which give the same result.
+bool mont_crt_exp(MP_DIGIT* m, const MP_DIGIT* c, u32 nDigits, const CrtKey& key);
+
 // r = a b / R mod d, R = 2^(64 L) for the L 64-bit limbs d needs, with the kernel of the
 // current path: the square kernel when a and b are the same array. d is odd and above 1,
 // a is below R and b below d (a below d for a square).
