@@ -219,8 +219,7 @@ static_assert(sizeof(Frame16) == 984, "the kernels address the frame by fixed of
   "xorl %%esi, %%esi\n\t"                                            \
   HYLORN_MULADD8(0, T0, T1, T2, T3, T4, T5, T6, T7, T8)              \
   HYLORN_CARRY_OUT(T8)                                               \
-  "movq 192(%%rdi), %%rdx\n\t"                                       \
-  "mulxq " T0 ", %%rdx, %%rcx\n\t"                                   \
+  "movq " T0 ", %%rdx\n\t imulq 192(%%rdi), %%rdx\n\t"               \
   "xorl %%eax, %%eax\n\t"                                            \
   HYLORN_MULADD8(128, T0, T1, T2, T3, T4, T5, T6, T7, T8)            \
   HYLORN_CARRY_OUT(T8)                                               \
