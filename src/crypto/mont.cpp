@@ -4,6 +4,7 @@
 #include <cstring>
 #include <initializer_list>
 
+#include "crypto/mont_ifma.h"
 #include "crypto/mont_x86.h"
 #include "frame/wipe.h"
 
@@ -203,7 +204,7 @@ struct Field {
   void set_up_kernels() {
 #ifdef HYLORN_MONT_ADX
     if constexpr (kKernels) {
-      adx = current_mont_path() == MontPath::mulx_adx;
+      adx = current_mont_path() != MontPath::portable;
       for (int j = 0; j < N; ++j) frame.n[j] = n[j];
       frame.n0 = n0;
     }
@@ -421,28 +422,34 @@ class Exponentiation {
     f_.mul(r, t, unit);
   }
 
-  // t = x^c in Montgomery form for a secret exponent c (not 0), x = w mod n for a w of
-  // 2N limbs: x R = w_lo R + w_hi R^2 mod n, two products with R^2 and R^3.
-  void run_secret(limb* t, const limb* w, const MP_DIGIT* c, u32 cDigits) {
-    limb xm[N], rrr[N];
-    f_.mul(xm, w, rr_);
+  // x = w R mod n, the Montgomery form of w mod n, for a w of 2N limbs:
+  // w_lo R + w_hi R^2, two products with R^2 and R^3.
+  void reduce_wide(limb* x, const limb* w) const {
+    limb rrr[N];
     f_.mul(rrr, rr_, rr_);
     f_.mul(rrr, w + N, rrr);
-    add_mod<N>(xm, xm, rrr, f_.n);
+    f_.mul(x, w, rr_);
+    add_mod<N>(x, x, rrr, f_.n);
+    secure_wipe(rrr, sizeof rrr);
+  }
+
+  // t = x^c in Montgomery form, from x in that form, for a secret exponent c (not 0).
+  void run_secret(limb* t, const limb* x, const MP_DIGIT* c, u32 cDigits) {
+    limb xm[N];
+    for (int j = 0; j < N; ++j) xm[j] = x[j];
     limb* acc = f_.accumulator(t);
     fixed_window(acc, xm, c, cDigits, mp_bits(c, cDigits));
     for (int j = 0; j < N; ++j) t[j] = acc[j];
     secure_wipe(xm, sizeof xm);
-    secure_wipe(rrr, sizeof rrr);
   }
 
-  // r = (x - y R) g / R mod n for x, y, g below n: with x = a R, (a - y) g.
-  void difference_times(limb* r, const limb* x, const limb* y, const limb* g) const {
-    limb yr[N];
-    f_.mul(yr, y, rr_);
-    sub_mod<N>(yr, x, yr, f_.n);
-    f_.mul(r, yr, g);
-    secure_wipe(yr, sizeof yr);
+  // r = (a - y) g mod n for a, y, g below n.
+  void difference_times(limb* r, const limb* a, const limb* y, const limb* g) const {
+    limb d[N];
+    sub_mod<N>(d, a, y, f_.n);
+    f_.mul(d, d, rr_);
+    f_.mul(r, d, g);
+    secure_wipe(d, sizeof d);
   }
 
  private:
@@ -573,31 +580,79 @@ void multiply_add(limb* r, const limb* a, const limb* b, const limb* c) {
   }
 }
 
+// The two exponentiations of the CRT, m[s] = (c mod n_s)^e_s mod n_s for the moduli
+// of k[0] (p) and k[1] (q), one after the other; c has 2N limbs.
+template <int N>
+void crt_powers(limb (*m)[N], const limb* c, const ModulusConstants* k, const MP_DIGIT* const* e,
+                u32 digits) {
+  for (int s = 0; s < 2; ++s) {
+    Exponentiation<N> ex(k[s]);
+    ex.reduce_wide(m[s], c);
+    ex.run_secret(m[s], m[s], e[s], digits);
+    ex.finish(m[s], m[s]);
+  }
+}
+
+#ifdef HYLORN_MONT_IFMA
+// The same for 512-bit primes with both exponentiations at once on the IFMA kernel: the
+// bases c mod n_s come from the 512-bit kernels, and 2^1040 mod n_s, which the IFMA
+// kernel's R = 2^520 asks for, from R^2 = 2^1024 mod n_s by 16 doublings.
+void crt_powers_ifma(limb (*m)[8], const limb* c, const ModulusConstants* k,
+                     const MP_DIGIT* const* e, u32 digits) {
+  struct State {
+    limb base[2][8], rr[2][8];
+    mont_ifma::Work work;
+  } v;
+  for (int s = 0; s < 2; ++s) {
+    Exponentiation<8> ex(k[s]);
+    ex.reduce_wide(v.base[s], c);
+    ex.finish(v.base[s], v.base[s]);
+    for (int j = 0; j < 8; ++j) v.rr[s][j] = k[s].rr[j];
+    for (int i = 0; i < 16; ++i) double_mod<8>(v.rr[s], v.rr[s], k[s].n);
+  }
+  const mont_ifma::Half h[2] = {{k[0].n, v.base[0], v.rr[0]}, {k[1].n, v.base[1], v.rr[1]}};
+  u32 bits = mp_bits(e[0], digits) > mp_bits(e[1], digits) ? mp_bits(e[0], digits)
+                                                          : mp_bits(e[1], digits);
+  mont_ifma::exp2(m[0], m[1], h, bits,
+                  [&](int s, u32 pos) {
+                    return exponent_window(e[s], digits, pos, mont_ifma::kWindow);
+                  },
+                  &v.work);
+  for (int s = 0; s < 2; ++s) reduce_once<8>(m[s], m[s], 0, k[s].n);  // n itself becomes 0
+  secure_wipe(&v, sizeof v);
+}
+#endif
+
 // The private-key operation through the CRT, on N limbs throughout (q, the smaller
 // prime, at p's size):
 //   mQ = (c mod q)^dQ mod q,  h = ((c mod p)^dP - mQ) qInv mod p,  m = h q + mQ.
 template <int N>
 void crt_with_limbs(MP_DIGIT* m, const MP_DIGIT* c, u32 nDigits, const CrtKey& key) {
   struct Limbs {
-    limb c[2 * N], q[N], qInv[N], mQ[N], x[N], h[N], m[2 * N];
-    ModulusConstants k;
+    limb c[2 * N], q[N], qInv[N], powers[2][N], h[N], m[2 * N];
+    ModulusConstants k[2];
   } v;
   to_limbs(v.c, 2 * N, c, nDigits);
   to_limbs(v.q, N, key.q, key.digits);
   to_limbs(v.qInv, N, key.qInv, key.digits);
-  set_up_constants<N>(&v.k, key.q, key.digits);
-  {
-    Exponentiation<N> e(v.k);
-    e.run_secret(v.x, v.c, key.dQ, key.digits);
-    e.finish(v.mQ, v.x);
+  set_up_constants<N>(&v.k[0], key.p, key.digits);
+  set_up_constants<N>(&v.k[1], key.q, key.digits);
+  const MP_DIGIT* exponents[2] = {key.dP, key.dQ};
+  bool done = false;
+#ifdef HYLORN_MONT_IFMA
+  if constexpr (N == 8) {
+    if (current_mont_path() == MontPath::avx512_ifma) {
+      crt_powers_ifma(v.powers, v.c, v.k, exponents, key.digits);
+      done = true;
+    }
   }
-  set_up_constants<N>(&v.k, key.p, key.digits);
+#endif
+  if (!done) crt_powers<N>(v.powers, v.c, v.k, exponents, key.digits);
   {
-    Exponentiation<N> e(v.k);
-    e.run_secret(v.x, v.c, key.dP, key.digits);
-    e.difference_times(v.h, v.x, v.mQ, v.qInv);
+    Exponentiation<N> e(v.k[0]);
+    e.difference_times(v.h, v.powers[0], v.powers[1], v.qInv);
   }
-  multiply_add<N>(v.m, v.h, v.q, v.mQ);
+  multiply_add<N>(v.m, v.h, v.q, v.powers[1]);
   from_limbs(m, nDigits, v.m, 2 * N);
   secure_wipe(&v, sizeof v);
 }
@@ -621,10 +676,16 @@ std::atomic<int> chosen_path{-1};
 }  // namespace
 
 bool mont_path_available(MontPath path) {
+  switch (path) {
+    case MontPath::portable: return true;
 #ifdef HYLORN_MONT_ADX
-  if (path == MontPath::mulx_adx) return mont_x86::has_mulx_adx();
+    case MontPath::mulx_adx: return mont_x86::has_mulx_adx();
 #endif
-  return path == MontPath::portable;
+#if defined(HYLORN_MONT_ADX) && defined(HYLORN_MONT_IFMA)
+    case MontPath::avx512_ifma: return mont_x86::has_mulx_adx() && mont_ifma::has_avx512_ifma();
+#endif
+    default: return false;
+  }
 }
 
 bool select_mont_path(MontPath path) {
@@ -634,7 +695,9 @@ bool select_mont_path(MontPath path) {
 }
 
 void select_mont_path_automatically() {
-  MontPath best = mont_path_available(MontPath::mulx_adx) ? MontPath::mulx_adx : MontPath::portable;
+  MontPath best = MontPath::portable;
+  for (MontPath p : {MontPath::mulx_adx, MontPath::avx512_ifma})
+    if (mont_path_available(p)) best = p;
   chosen_path.store(static_cast<int>(best), std::memory_order_relaxed);
 }
 
@@ -703,6 +766,22 @@ bool mont_crt_exp(MP_DIGIT* m, const MP_DIGIT* c, u32 nDigits, const CrtKey& key
   with_limbs<1>(limbs_of(key.p, digits),
                 [&]<int N>() { crt_with_limbs<N>(m, c, nDigits, key); });
   return true;
+}
+
+bool mont_ifma_product(MP_DIGIT* r, const MP_DIGIT* a, const MP_DIGIT* b, const MP_DIGIT* d) {
+#ifdef HYLORN_MONT_IFMA
+  if (!mont_ifma::has_avx512_ifma()) return false;
+  limb x[9], y[9], n[8], z[9];
+  to_limbs(x, 9, a, 17);
+  to_limbs(y, 9, b, 17);
+  to_limbs(n, 8, d, 16);
+  mont_ifma::product(z, x, y, n);
+  from_limbs(r, 17, z, 9);
+  return true;
+#else
+  (void)r, (void)a, (void)b, (void)d;
+  return false;
+#endif
 }
 
 void mont_product(MP_DIGIT* r, const MP_DIGIT* a, const MP_DIGIT* b, const MP_DIGIT* d,

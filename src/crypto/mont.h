@@ -8,10 +8,12 @@
 
 namespace hylorn {
 
-// The Montgomery kernels: portable C++ on 64-bit limbs, or MULX/ADCX/ADOX assembly on
-// x86-64 processors with BMI2 and ADX. Both give the same numbers; the choice is made
-// once from CPUID, and tests may force either.
-enum class MontPath { portable, mulx_adx };
+// The Montgomery kernels: portable C++ on 64-bit limbs; MULX/ADCX/ADOX assembly (and
+// AVX2 table reads) on x86-64 processors with BMI2, ADX and AVX2; and on those with
+// AVX-512 IFMA as well, the two exponentiations of a private-key operation with 512-bit
+// primes run together on the vector units. All give the same numbers; the best
+// available is chosen once from CPUID, and tests may force any.
+enum class MontPath { portable, mulx_adx, avx512_ifma };
 
 // Whether this CPU (and this build) can run the path.
 bool mont_path_available(MontPath path);
@@ -62,5 +64,10 @@ bool mont_crt_exp(MP_DIGIT* m, const MP_DIGIT* c, u32 nDigits, const CrtKey& key
 // a is below R and b below d (a below d for a square).
 void mont_product(MP_DIGIT* r, const MP_DIGIT* a, const MP_DIGIT* b, const MP_DIGIT* d,
                   u32 dDigits);
+
+// r = a b / 2^520 mod d on the AVX-512 IFMA kernel, for d odd below 2^512 (16 digits)
+// and a, b below 2d (17 digits): r (17 digits) is below 2d, not reduced further. False,
+// writing nothing, when this CPU or build has no such kernel.
+bool mont_ifma_product(MP_DIGIT* r, const MP_DIGIT* a, const MP_DIGIT* b, const MP_DIGIT* d);
 
 }  // namespace hylorn

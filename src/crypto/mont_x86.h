@@ -10,7 +10,11 @@
 #define HYLORN_MONT_ADX 1
 
 #include <cpuid.h>
+// GCC 12 warns about the deliberately undefined lanes inside its own AVX-512 intrinsics.
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wuninitialized"
 #include <immintrin.h>
+#pragma GCC diagnostic pop
 
 #include "frame/types.h"
 

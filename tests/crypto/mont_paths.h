@@ -10,14 +10,19 @@
 namespace hylorn_test {
 
 inline std::vector<hylorn::MontPath> mont_paths() {
-  std::vector<hylorn::MontPath> paths{hylorn::MontPath::portable};
-  if (hylorn::mont_path_available(hylorn::MontPath::mulx_adx))
-    paths.push_back(hylorn::MontPath::mulx_adx);
+  std::vector<hylorn::MontPath> paths;
+  for (hylorn::MontPath p : {hylorn::MontPath::portable, hylorn::MontPath::mulx_adx,
+                             hylorn::MontPath::avx512_ifma})
+    if (hylorn::mont_path_available(p)) paths.push_back(p);
   return paths;
 }
 
 inline const char* name_of(hylorn::MontPath p) {
-  return p == hylorn::MontPath::portable ? "portable" : "mulx_adx";
+  switch (p) {
+    case hylorn::MontPath::portable: return "portable";
+    case hylorn::MontPath::mulx_adx: return "mulx_adx";
+    default: return "avx512_ifma";
+  }
 }
 
 class MontPathScope {

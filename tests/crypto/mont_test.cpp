@@ -61,6 +61,46 @@ TEST(MontProduct, KernelsOfEveryPathMatchBn) {
   }
 }
 
+// The IFMA pair kernel against BN: a b 2^-520 mod d, below 2d, for operands anywhere
+// below 2d (the kernel's outputs are not reduced further) and moduli of every shape
+// below 2^512, including those whose 52-bit limbs are all ones.
+TEST(MontIfmaProduct, MatchesBnBelowTwiceTheModulus) {
+  std::vector<hylorn::MP_DIGIT> probe(17), one(17, 0), d1(16, 0xFFFFFFFFu);
+  one[0] = 1;
+  if (!hylorn::mont_ifma_product(probe.data(), one.data(), one.data(), d1.data()))
+    GTEST_SKIP() << "no AVX-512 IFMA";
+  hylorn_test::BnCtx ctx(BN_CTX_new());
+  hylorn_test::Operands ops(37);
+  Bn radix = new_bn(), rinv = new_bn();
+  BN_set_bit(radix.get(), 520);
+  for (int r = 0; r < 3000; ++r) {
+    Digits dd = r % 4 == 0 ? Digits(16, 0xFFFFFFFFu) : ops.odd(16);
+    if (r % 4 == 1) dd.back() = 0x80000000u;
+    if (r % 8 == 2) dd.assign(16, 0), dd[0] = 0xFFFFFFFFu, dd[1] = 0xFFFFFu;  // 52 bits of ones
+    dd[0] |= 1;
+    Bn d = to_bn(dd), twice = new_bn();
+    BN_lshift1(twice.get(), d.get());
+    BN_mod_inverse(rinv.get(), radix.get(), d.get(), ctx.get());
+    auto operand = [&]() {
+      Bn x = to_bn(ops.number(17));
+      switch (ops.below(5)) {
+        case 0: BN_sub(x.get(), twice.get(), BN_value_one()); return x;
+        case 1: BN_copy(x.get(), d.get()); return x;
+        default: BN_mod(x.get(), x.get(), twice.get(), ctx.get()); return x;
+      }
+    };
+    Bn a = operand(), b = operand(), want = new_bn();
+    Digits got(17);
+    ASSERT_TRUE(hylorn::mont_ifma_product(got.data(), from_bn(a.get(), 17).data(), from_bn(b.get(), 17).data(), dd.data()));
+    Bn g = to_bn(got), reduced = new_bn();
+    BN_mod_mul(want.get(), a.get(), b.get(), d.get(), ctx.get());
+    BN_mod_mul(want.get(), want.get(), rinv.get(), d.get(), ctx.get());
+    BN_mod(reduced.get(), g.get(), d.get(), ctx.get());
+    EXPECT_EQ(BN_cmp(reduced.get(), want.get()), 0) << "round " << r;
+    EXPECT_LT(BN_cmp(g.get(), twice.get()), 0) << "round " << r;
+  }
+}
+
 // The public exponentiation keeps constants per modulus: moduli that differ only in one
 // high digit, or only in length, must never share them, and more moduli than the cache
 // holds must come and go.

@@ -78,6 +78,37 @@ TEST_P(RawBlocks, MatchOpenSslWithoutPadding) {
   }
 }
 
+// Inputs that are 0 modulo a prime or sit at the ends of the range take the edge cases
+// of every path's reductions.
+TEST(RsaPrivateBlock, InputsAtTheEdgesOnEveryPath) {
+  const Keys& k = key1024();
+  hylorn_test::RsaNumbers nums = hylorn_test::numbers_of(k.pkey.get());
+  hylorn_test::BnCtx ctx(BN_CTX_new());
+  std::vector<hylorn_test::Bn> inputs;
+  for (unsigned long w : {0ul, 1ul, 2ul}) inputs.push_back(hylorn_test::bn_word(w));
+  for (const hylorn_test::Bn* prime : {&nums.p, &nums.q}) {
+    hylorn_test::Bn x = hylorn_test::new_bn(), y = hylorn_test::new_bn();
+    BN_copy(x.get(), prime->get());
+    BN_sub(y.get(), nums.n.get(), prime->get());  // the largest multiple below n
+    inputs.push_back(std::move(x));
+    inputs.push_back(std::move(y));
+  }
+  hylorn_test::Bn last = hylorn_test::new_bn();
+  BN_sub(last.get(), nums.n.get(), BN_value_one());
+  inputs.push_back(std::move(last));
+  for (hylorn::MontPath path : hylorn_test::mont_paths()) {
+    hylorn_test::MontPathScope scope(path);
+    for (size_t i = 0; i < inputs.size(); ++i) {
+      Bytes in(128), out(128);
+      BN_bn2binpad(inputs[i].get(), in.data(), 128);
+      u32 outLen = 0;
+      ASSERT_EQ(hylorn::RSA_Private_Block(out.data(), &outLen, in.data(), 128, &k.priv), 0u);
+      EXPECT_EQ(out, openssl_rsa(k.pkey.get(), Op::decrypt, RSA_NO_PADDING, in))
+          << hylorn_test::name_of(path) << " input " << i;
+    }
+  }
+}
+
 // A record whose coefficient is q^-1 mod p plus p is no longer reduced: the private
 // operation leaves the engine's CRT for the general steps, and the result stays the same.
 TEST(RsaPrivateBlock, UnreducedCoefficientGivesTheSameResult) {
