@@ -211,25 +211,10 @@ struct Field {
 #endif
   }
 
-  // The kernels work in place on frame.a; an accumulator kept there is never copied.
-  limb* accumulator(limb* fallback) const {
-#ifdef HYLORN_MONT_ADX
-    if constexpr (kKernels) {
-      if (adx) return frame.a;
-    }
-#endif
-    return fallback;
-  }
-
-  // Where mul takes its second operand from without copying it.
-  limb* operand(limb* fallback) const {
-#ifdef HYLORN_MONT_ADX
-    if constexpr (kKernels) {
-      if (adx) return frame.b;
-    }
-#endif
-    return fallback;
-  }
+  // The kernels work in place on frame.a and take their second operand from frame.b:
+  // an accumulator or an operand kept there is never copied.
+  limb* accumulator(limb* fallback) const { return in_frame(0, fallback); }
+  limb* operand(limb* fallback) const { return in_frame(1, fallback); }
 
   // r = a * b / R mod n, for a below R and b below n. r may alias a or b.
   void mul(limb* r, const limb* a, const limb* b) const {
@@ -297,6 +282,16 @@ struct Field {
   void dbl(limb* r, const limb* a) const { double_mod<N>(r, a, n); }
 
  private:
+  limb* in_frame(int slot, limb* fallback) const {
+#ifdef HYLORN_MONT_ADX
+    if constexpr (kKernels) {
+      if (adx) return slot == 0 ? frame.a : frame.b;
+    }
+#endif
+    (void)slot;
+    return fallback;
+  }
+
   // Copies N limbs unless they are already in place.
   static void copy_in(limb* to, const limb* from) {
     if (to != from)

@@ -171,26 +171,26 @@ void mp_mod_exp_generic(MP_DIGIT* a, const MP_DIGIT* b, const MP_DIGIT* c, u32 c
   secure_wipe(t, sizeof t);
 }
 
-// The Montgomery engine takes odd moduli and non-zero exponents; the windows above take
-// the rest.
-static bool engine_takes(const MP_DIGIT* c, u32 cDigits, const MP_DIGIT* d, u32 dDigits) {
-  return dDigits > 0 && (d[0] & 1) != 0 && !MP_Zero(c, cDigits);
+using ExpFn = void (*)(MP_DIGIT*, const MP_DIGIT*, const MP_DIGIT*, u32, const MP_DIGIT*, u32);
+
+// The Montgomery engine (one of its entries) takes odd moduli and non-zero exponents;
+// the windows above take the rest.
+static void mod_exp_with(ExpFn engine, MP_DIGIT* a, const MP_DIGIT* b, const MP_DIGIT* c,
+                         u32 cDigits, const MP_DIGIT* d, u32 dDigits) {
+  if (dDigits > 0 && (d[0] & 1) != 0 && !MP_Zero(c, cDigits))
+    engine(a, b, c, cDigits, d, dDigits);
+  else
+    mp_mod_exp_generic(a, b, c, cDigits, d, dDigits);
 }
 
 void MP_ModExp(MP_DIGIT* a, const MP_DIGIT* b, const MP_DIGIT* c, u32 cDigits,
                const MP_DIGIT* d, u32 dDigits) {
-  if (engine_takes(c, cDigits, d, dDigits))
-    mont_mod_exp(a, b, c, cDigits, d, dDigits);
-  else
-    mp_mod_exp_generic(a, b, c, cDigits, d, dDigits);
+  mod_exp_with(mont_mod_exp, a, b, c, cDigits, d, dDigits);
 }
 
 void mp_mod_exp_public(MP_DIGIT* a, const MP_DIGIT* b, const MP_DIGIT* c, u32 cDigits,
                        const MP_DIGIT* d, u32 dDigits) {
-  if (engine_takes(c, cDigits, d, dDigits))
-    mont_mod_exp_public(a, b, c, cDigits, d, dDigits);
-  else
-    mp_mod_exp_generic(a, b, c, cDigits, d, dDigits);
+  mod_exp_with(mont_mod_exp_public, a, b, c, cDigits, d, dDigits);
 }
 
 // Extended Euclid with non-negative coefficients; the sign of the last one is tracked
