@@ -1,0 +1,96 @@
+// Key pair generation, key files and key names. Every file lives in a temporary
+// directory that the test removes.
+#include <gtest/gtest.h>
+#include <openssl/core_names.h>
+
+#include <algorithm>
+
+#include "key_fixtures.h"
+
+namespace {
+
+using namespace keys_test;
+using Names = std::vector<std::string>;
+
+constexpr unsigned char kSentinel = 0xA5;
+constexpr unsigned kUnwritten = 0xDEADBEEF;
+
+// Outputs of one call, pre-filled so that untouched buffers show.
+struct PairOut {
+  Bytes pub = Bytes(HYLORN_PUBKEY_DER_SIZE, kSentinel);
+  Bytes pri = Bytes(HYLORN_PRIKEY_DER_SIZE, kSentinel);
+  unsigned pubLen = kUnwritten;
+  unsigned priLen = kUnwritten;
+  bool operator==(const PairOut&) const = default;
+
+  unsigned generate(const std::string& name) {
+    return Crypt_GenRSAKeyPair(name.c_str(), 0, pub.data(), &pubLen, pri.data(), &priLen);
+  }
+  static Bytes head(const Bytes& b, unsigned n) {
+    return Bytes(b.begin(), b.begin() + std::min<std::size_t>(n, b.size()));
+  }
+  Bytes pub_der() const { return head(pub, pubLen); }
+  Bytes pri_der() const { return head(pri, priLen); }
+  // Both halves load in OpenSSL and belong together.
+  bool halves_match() const {
+    const EvpKey a = load_private_der(pri_der()), b = load_public_der(pub_der());
+    return a && b && EVP_PKEY_eq(a.get(), b.get()) == 1;
+  }
+};
+
+// "keypair.out" gives a sound 1024-bit pair with e = 65537; a slot name leaves both
+// buffers and lengths untouched. Neither writes a file.
+TEST(GenRSAKeyPair, KeypairOutAndSlotNamesWriteNoFile) {
+  TempDir cwd(TempDir::kEnter);
+  PairOut out;
+  ASSERT_EQ(out.generate("keypair.out"), 0u);
+  EXPECT_TRUE(out.halves_match());
+  const EvpKey pri = load_private_der(out.pri_der());
+  ASSERT_NE(pri, nullptr);
+  EXPECT_TRUE(key_checks(pri.get()));
+  EXPECT_EQ(EVP_PKEY_get_bits(pri.get()), 1024);
+  EXPECT_EQ(to_hex(key_number(pri.get(), OSSL_PKEY_PARAM_RSA_E, 3)), "010001");
+  for (const char* slot : {"keypair.db1", "keypair.db4"}) {
+    PairOut slot_out;
+    EXPECT_EQ(slot_out.generate(slot), 0u) << slot;
+    EXPECT_TRUE(slot_out == PairOut{}) << slot;
+  }
+  EXPECT_EQ(cwd.entries(), Names{});
+}
+
+// The key file is the private DER alone, replacing what was there ("Keypair.db3" is no
+// slot name), and the public half read back from it is the DER the call returned. A file
+// that cannot be created fails, with both outputs already written.
+TEST(GenRSAKeyPair, KeyFileHoldsThePrivateDerAndGivesBackThePublicOne) {
+  TempDir dir;
+  const std::string path = dir.path("Keypair.db3");
+  write_file(path, Bytes(3000, 0x55));
+  PairOut out;
+  ASSERT_EQ(out.generate(path), 0u);
+  EXPECT_EQ(to_hex(read_file(path)), to_hex(out.pri_der()));
+  Bytes pub(HYLORN_PUBKEY_DER_SIZE);
+  unsigned pubLen = 0;
+  ASSERT_EQ(Crypt_GetRSAPublicKey(path.c_str(), 0, pub.data(), &pubLen), 0u);
+  EXPECT_EQ(to_hex(pub.data(), pubLen), to_hex(out.pub_der()));
+
+  PairOut uncreatable;
+  EXPECT_EQ(uncreatable.generate(dir.path("missing/key.der")), 1u);
+  EXPECT_TRUE(uncreatable.halves_match());
+}
+
+// A slot has no public key even when a file of its name holds one; a file that holds no
+// private key gives none. Nothing is written on refusal.
+TEST(GetRSAPublicKey, RefusesWritingNothing) {
+  TempDir cwd(TempDir::kEnter);
+  write_file("keypair.db5", openssl_pair().pri);
+  write_file("pub.der", openssl_pair().pub);
+  for (const char* name : {"keypair.db2", "keypair.db5", "absent.der", "pub.der", ""}) {
+    Bytes pub(HYLORN_PUBKEY_DER_SIZE, kSentinel);
+    unsigned pubLen = kUnwritten;
+    EXPECT_EQ(Crypt_GetRSAPublicKey(name, 0, pub.data(), &pubLen), 1u) << name;
+    EXPECT_EQ(pubLen, kUnwritten) << name;
+    EXPECT_EQ(pub, Bytes(HYLORN_PUBKEY_DER_SIZE, kSentinel)) << name;
+  }
+}
+
+}  // namespace
