@@ -1,7 +1,7 @@
-// The fast exponentiation behind MP_ModExp for odd moduli: 64-bit limbs, Montgomery
-// multiplication with loops of fixed length per modulus size, and fixed exponent windows
-// read from the table in constant time. The numbers it produces are exactly those of
-// the textbook algorithm.
+// The fast exponentiation behind MP_ModExp for odd moduli and behind the CRT of the
+// private-key operation: 64-bit limbs, Montgomery multiplication with loops of fixed
+// length per modulus size, and fixed exponent windows read from the table in constant
+// time. The numbers it produces are exactly those of the textbook algorithm.
 #pragma once
 
 #include "crypto/mp.h"
