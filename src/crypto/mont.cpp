@@ -1,8 +1,11 @@
 #include "crypto/mont.h"
 
+#include <atomic>
 #include <cstring>
 #include <initializer_list>
 
+#include "crypto/mont_ifma.h"
+#include "crypto/mont_x86.h"
 #include "frame/wipe.h"
 
 namespace hylorn {
@@ -95,307 +98,82 @@ limb neg_inverse(limb n) {
   return 0 - x;
 }
 
-#if defined(__x86_64__) && (defined(__GNUC__) || defined(__clang__))
-#define HYLORN_MONT8_ADX 1
-
-#include <cpuid.h>
-
-// MULX with the ADCX/ADOX pair of carry chains (BMI2 and ADX), asked of the processor once.
-bool has_mulx_adx() {
-  static const bool yes = [] {
-    unsigned eax = 0, ebx = 0, ecx = 0, edx = 0;
-    if (__get_cpuid_count(7, 0, &eax, &ebx, &ecx, &edx) == 0) return false;
-    return (ebx & (1u << 8)) != 0 && (ebx & (1u << 19)) != 0;
-  }();
-  return yes;
+// r = t - n when t (N limbs plus the carry limb top) is at least n, else t.
+template <int N>
+void reduce_once(limb* r, const limb* t, limb top, const limb* n) {
+  limb diff[N];
+  limb borrow = 0;
+  for (int j = 0; j < N; ++j) {
+    wide d = static_cast<wide>(t[j]) - n[j] - borrow;
+    diff[j] = static_cast<limb>(d);
+    borrow = static_cast<limb>(d >> kLimbBits) & 1;
+  }
+  limb keep_diff = mask_of((top | (borrow ^ 1)) & 1);
+  for (int j = 0; j < N; ++j) r[j] = (diff[j] & keep_diff) | (t[j] & ~keep_diff);
+  secure_wipe(diff, sizeof diff);
 }
 
-// Operands of the 512-bit kernel at fixed offsets from one pointer.
-struct Frame8 {
-  limb a[8];    // 0
-  limb b[8];    // 64
-  limb n[8];    // 128
-  limb n0;      // 192
-  limb out[9];  // 200: room for t - n
-  limb sq[16];  // 272: the full square of a, before its reduction
+// r = 2 a mod n for a < n.
+template <int N>
+void double_mod(limb* r, const limb* a, const limb* n) {
+  limb t[N];
+  limb carry = 0;
+  for (int j = 0; j < N; ++j) {
+    t[j] = (a[j] << 1) | carry;
+    carry = a[j] >> (kLimbBits - 1);
+  }
+  reduce_once<N>(r, t, carry, n);
+  secure_wipe(t, sizeof t);
+}
+
+// r = a + b mod n for a, b below n.
+template <int N>
+void add_mod(limb* r, const limb* a, const limb* b, const limb* n) {
+  limb t[N];
+  limb carry = 0;
+  for (int j = 0; j < N; ++j) {
+    wide s = static_cast<wide>(a[j]) + b[j] + carry;
+    t[j] = static_cast<limb>(s);
+    carry = static_cast<limb>(s >> kLimbBits);
+  }
+  reduce_once<N>(r, t, carry, n);
+  secure_wipe(t, sizeof t);
+}
+
+// r = a - b mod n for a, b below n: n is added back, or 0, by mask.
+template <int N>
+void sub_mod(limb* r, const limb* a, const limb* b, const limb* n) {
+  limb borrow = 0;
+  for (int j = 0; j < N; ++j) {
+    wide d = static_cast<wide>(a[j]) - b[j] - borrow;
+    r[j] = static_cast<limb>(d);
+    borrow = static_cast<limb>(d >> kLimbBits) & 1;
+  }
+  limb add = mask_of(borrow), carry = 0;
+  for (int j = 0; j < N; ++j) {
+    wide s = static_cast<wide>(r[j]) + (n[j] & add) + carry;
+    r[j] = static_cast<limb>(s);
+    carry = static_cast<limb>(s >> kLimbBits);
+  }
+}
+
+#ifdef HYLORN_MONT_ADX
+// The sizes with assembly kernels, and their frames.
+template <int N>
+struct KernelFrame {
+  using type = char;  // none
+  static constexpr bool present = false;
 };
-static_assert(sizeof(Frame8) == 400, "the kernels address the frame by fixed offsets");
-
-// One limb of a row: lo(x * rdx) joins the CF chain at LO, hi joins the OF chain at HI.
-#define HYLORN_MULADD(off, LO, HI)            \
-  "mulxq " #off "(%%rdi), %%rax, %%rcx\n\t" \
-  "adcxq %%rax, " LO "\n\t"                 \
-  "adoxq %%rcx, " HI "\n\t"
-// Both chains end in T8; what leaves it collects in rsi.
-#define HYLORN_CARRY_OUT(T8)  \
-  "movl $0, %%eax\n\t"        \
-  "adcxq %%rax, " T8 "\n\t"   \
-  "adoxq %%rax, %%rsi\n\t"    \
-  "adcxq %%rax, %%rsi\n\t"
-// One row of the interleaved method: T += a * b[i]; m = T0 * n0; T = (T + m n) / 2^64.
-// T0..T8 name the accumulator limbs of this row; the next row takes them shifted by one,
-// with the freed T0 as its top limb.
-#define HYLORN_ROW(boff, T0, T1, T2, T3, T4, T5, T6, T7, T8)                            \
-  "movq " #boff "(%%rdi), %%rdx\n\t"                                                    \
-  "xorl %%esi, %%esi\n\t"                                                               \
-  HYLORN_MULADD(0, T0, T1) HYLORN_MULADD(8, T1, T2) HYLORN_MULADD(16, T2, T3)           \
-  HYLORN_MULADD(24, T3, T4) HYLORN_MULADD(32, T4, T5) HYLORN_MULADD(40, T5, T6)         \
-  HYLORN_MULADD(48, T6, T7) HYLORN_MULADD(56, T7, T8) HYLORN_CARRY_OUT(T8)              \
-  "movq 192(%%rdi), %%rdx\n\t"                                                          \
-  "mulxq " T0 ", %%rdx, %%rcx\n\t"                                                      \
-  "xorl %%eax, %%eax\n\t"                                                               \
-  HYLORN_MULADD(128, T0, T1) HYLORN_MULADD(136, T1, T2) HYLORN_MULADD(144, T2, T3)      \
-  HYLORN_MULADD(152, T3, T4) HYLORN_MULADD(160, T4, T5) HYLORN_MULADD(168, T5, T6)      \
-  HYLORN_MULADD(176, T6, T7) HYLORN_MULADD(184, T7, T8) HYLORN_CARRY_OUT(T8)            \
-  "movq %%rsi, " T0 "\n\t"
-
-// The result t (rbx, r8..r14 and the top bit in TOP) is below 2n: t - n goes to out, and
-// a takes it when no borrow remains, t otherwise (by conditional moves, not branches).
-#define HYLORN_SUB_LIMB(R, noff, toff, op) "movq " R ", %%rax\n\t " op " " #noff "(%%rdi), %%rax\n\t movq %%rax, " #toff "(%%rdi)\n\t"
-#define HYLORN_TAKE_LIMB(R, toff, aoff) "cmovncq " #toff "(%%rdi), " R "\n\t movq " R ", " #aoff "(%%rdi)\n\t"
-#define HYLORN_FINAL_SUBTRACT(TOP) \
-  HYLORN_SUB_LIMB("%%rbx", 128, 200, "subq") \
-  HYLORN_SUB_LIMB("%%r8", 136, 208, "sbbq") \
-  HYLORN_SUB_LIMB("%%r9", 144, 216, "sbbq") \
-  HYLORN_SUB_LIMB("%%r10", 152, 224, "sbbq") \
-  HYLORN_SUB_LIMB("%%r11", 160, 232, "sbbq") \
-  HYLORN_SUB_LIMB("%%r12", 168, 240, "sbbq") \
-  HYLORN_SUB_LIMB("%%r13", 176, 248, "sbbq") \
-  HYLORN_SUB_LIMB("%%r14", 184, 256, "sbbq") \
-  "sbbq $0, " TOP "\n\t" \
-  HYLORN_TAKE_LIMB("%%rbx", 200, 0) \
-  HYLORN_TAKE_LIMB("%%r8", 208, 8) \
-  HYLORN_TAKE_LIMB("%%r9", 216, 16) \
-  HYLORN_TAKE_LIMB("%%r10", 224, 24) \
-  HYLORN_TAKE_LIMB("%%r11", 232, 32) \
-  HYLORN_TAKE_LIMB("%%r12", 240, 40) \
-  HYLORN_TAKE_LIMB("%%r13", 248, 48) \
-  HYLORN_TAKE_LIMB("%%r14", 256, 56)
-
-// a = a b / R mod n, for a, b below n < 2^512.
-__attribute__((always_inline)) inline void mont_mul_512_adx(Frame8* f) {
-  asm volatile(
-      "xorl %%r8d, %%r8d\n\t"
-      "movq %%r8, %%r9\n\t movq %%r8, %%r10\n\t movq %%r8, %%r11\n\t movq %%r8, %%r12\n\t"
-      "movq %%r8, %%r13\n\t movq %%r8, %%r14\n\t movq %%r8, %%r15\n\t movq %%r8, %%rbx\n\t"
-      HYLORN_ROW(64, "%%r8", "%%r9", "%%r10", "%%r11", "%%r12", "%%r13", "%%r14", "%%r15", "%%rbx")
-      HYLORN_ROW(72, "%%r9", "%%r10", "%%r11", "%%r12", "%%r13", "%%r14", "%%r15", "%%rbx", "%%r8")
-      HYLORN_ROW(80, "%%r10", "%%r11", "%%r12", "%%r13", "%%r14", "%%r15", "%%rbx", "%%r8", "%%r9")
-      HYLORN_ROW(88, "%%r11", "%%r12", "%%r13", "%%r14", "%%r15", "%%rbx", "%%r8", "%%r9", "%%r10")
-      HYLORN_ROW(96, "%%r12", "%%r13", "%%r14", "%%r15", "%%rbx", "%%r8", "%%r9", "%%r10", "%%r11")
-      HYLORN_ROW(104, "%%r13", "%%r14", "%%r15", "%%rbx", "%%r8", "%%r9", "%%r10", "%%r11", "%%r12")
-      HYLORN_ROW(112, "%%r14", "%%r15", "%%rbx", "%%r8", "%%r9", "%%r10", "%%r11", "%%r12", "%%r13")
-      HYLORN_ROW(120, "%%r15", "%%rbx", "%%r8", "%%r9", "%%r10", "%%r11", "%%r12", "%%r13", "%%r14")
-      HYLORN_FINAL_SUBTRACT("%%r15")
-      :
-      : "D"(f)
-      : "rax", "rbx", "rcx", "rdx", "rsi", "r8", "r9", "r10", "r11", "r12", "r13", "r14", "r15",
-        "cc", "memory");
-}
-
-
-// The 512-bit square: the cross products a_i a_j (i < j) row by row into a register
-// window that slides up two limbs a row, written out as they become final; then twice
-// them plus the squares a_i^2; then the Montgomery reduction of the 16 limbs, eight
-// rounds of t += m n 2^(64 i) over a window of nine registers, the carry beyond the
-// window kept in rsi.
-#define HYLORN_SQ_STORE(p, q, RP, RQ) \
-  "movq " RP ", 272+8*" #p "(%%rdi)\n\t movq " RQ ", 272+8*" #q "(%%rdi)\n\t"
-#define HYLORN_SQ_ROW_START(aoff, TOP) \
-  "movq " #aoff "(%%rdi), %%rdx\n\t xorl %%eax, %%eax\n\t movq %%rax, " TOP "\n\t"
-#define HYLORN_SQ_STEP(aoff, LO, HI) \
-  "mulxq " #aoff "(%%rdi), %%rax, %%rcx\n\t adcxq %%rax, " LO "\n\t adoxq %%rcx, " HI "\n\t"
-#define HYLORN_SQ_ROW_END(TOP) "movl $0, %%eax\n\t adcxq %%rax, " TOP "\n\t"
-#define HYLORN_SQ_DIAGONAL(aoff, lo, hi)                                                      \
-  "movq " #aoff "(%%rdi), %%rdx\n\t mulxq %%rdx, %%rax, %%rcx\n\t"                          \
-  "movq " #lo "(%%rdi), %%r8\n\t adcxq %%r8, %%r8\n\t adoxq %%rax, %%r8\n\t movq %%r8, " #lo \
-  "(%%rdi)\n\t"                                                                             \
-  "movq " #hi "(%%rdi), %%r9\n\t adcxq %%r9, %%r9\n\t adoxq %%rcx, %%r9\n\t movq %%r9, " #hi \
-  "(%%rdi)\n\t"
-#define HYLORN_REDC_STEP(noff, LO, HI) \
-  "mulxq " #noff "(%%rdi), %%rax, %%rcx\n\t adcxq %%rax, " LO "\n\t adoxq %%rcx, " HI "\n\t"
-#define HYLORN_REDC_ROUND(xoff, W0, W1, W2, W3, W4, W5, W6, W7, W8)                         \
-  "movq " #xoff "(%%rdi), " W8 "\n\t"                                                       \
-  "movq " W0 ", %%rdx\n\t imulq 192(%%rdi), %%rdx\n\t xorl %%eax, %%eax\n\t"                \
-  HYLORN_REDC_STEP(128, W0, W1) HYLORN_REDC_STEP(136, W1, W2) HYLORN_REDC_STEP(144, W2, W3) \
-  HYLORN_REDC_STEP(152, W3, W4) HYLORN_REDC_STEP(160, W4, W5) HYLORN_REDC_STEP(168, W5, W6) \
-  HYLORN_REDC_STEP(176, W6, W7) HYLORN_REDC_STEP(184, W7, W8)                               \
-  "adcxq %%rsi, " W8 "\n\t movl $0, %%esi\n\t movl $0, %%eax\n\t"                           \
-  "adoxq %%rax, %%rsi\n\t adcxq %%rax, %%rsi\n\t"
-
-// a = a^2 / R mod n, for a below n < 2^512.
-__attribute__((always_inline)) inline void mont_sqr_512_adx(Frame8* f) {
-  asm volatile(
-      // a0 * a1..a7 into positions 1..8 (one carry chain)
-      "movq (%%rdi), %%rdx\n\t"
-      "mulxq 8(%%rdi), %%r8, %%r9\n\t"
-      "mulxq 16(%%rdi), %%rax, %%r10\n\t addq %%rax, %%r9\n\t"
-      "mulxq 24(%%rdi), %%rax, %%r11\n\t adcq %%rax, %%r10\n\t"
-      "mulxq 32(%%rdi), %%rax, %%r12\n\t adcq %%rax, %%r11\n\t"
-      "mulxq 40(%%rdi), %%rax, %%r13\n\t adcq %%rax, %%r12\n\t"
-      "mulxq 48(%%rdi), %%rax, %%r14\n\t adcq %%rax, %%r13\n\t"
-      "mulxq 56(%%rdi), %%rax, %%r15\n\t adcq %%rax, %%r14\n\t"
-      "adcq $0, %%r15\n\t"
-      HYLORN_SQ_STORE(1, 2, "%%r8", "%%r9")
-      // a1 * a2..a7 into positions 3..9
-      HYLORN_SQ_ROW_START(8, "%%rbx")
-      HYLORN_SQ_STEP(16, "%%r10", "%%r11")
-      HYLORN_SQ_STEP(24, "%%r11", "%%r12")
-      HYLORN_SQ_STEP(32, "%%r12", "%%r13")
-      HYLORN_SQ_STEP(40, "%%r13", "%%r14")
-      HYLORN_SQ_STEP(48, "%%r14", "%%r15")
-      HYLORN_SQ_STEP(56, "%%r15", "%%rbx")
-      HYLORN_SQ_ROW_END("%%rbx")
-      HYLORN_SQ_STORE(3, 4, "%%r10", "%%r11")
-      // a2 * a3..a7 into positions 5..10
-      HYLORN_SQ_ROW_START(16, "%%r8")
-      HYLORN_SQ_STEP(24, "%%r12", "%%r13")
-      HYLORN_SQ_STEP(32, "%%r13", "%%r14")
-      HYLORN_SQ_STEP(40, "%%r14", "%%r15")
-      HYLORN_SQ_STEP(48, "%%r15", "%%rbx")
-      HYLORN_SQ_STEP(56, "%%rbx", "%%r8")
-      HYLORN_SQ_ROW_END("%%r8")
-      HYLORN_SQ_STORE(5, 6, "%%r12", "%%r13")
-      // a3 * a4..a7 into positions 7..11
-      HYLORN_SQ_ROW_START(24, "%%r9")
-      HYLORN_SQ_STEP(32, "%%r14", "%%r15")
-      HYLORN_SQ_STEP(40, "%%r15", "%%rbx")
-      HYLORN_SQ_STEP(48, "%%rbx", "%%r8")
-      HYLORN_SQ_STEP(56, "%%r8", "%%r9")
-      HYLORN_SQ_ROW_END("%%r9")
-      HYLORN_SQ_STORE(7, 8, "%%r14", "%%r15")
-      // a4 * a5..a7 into positions 9..12
-      HYLORN_SQ_ROW_START(32, "%%r10")
-      HYLORN_SQ_STEP(40, "%%rbx", "%%r8")
-      HYLORN_SQ_STEP(48, "%%r8", "%%r9")
-      HYLORN_SQ_STEP(56, "%%r9", "%%r10")
-      HYLORN_SQ_ROW_END("%%r10")
-      HYLORN_SQ_STORE(9, 10, "%%rbx", "%%r8")
-      // a5 * a6..a7 into positions 11..13
-      HYLORN_SQ_ROW_START(40, "%%r11")
-      HYLORN_SQ_STEP(48, "%%r9", "%%r10")
-      HYLORN_SQ_STEP(56, "%%r10", "%%r11")
-      HYLORN_SQ_ROW_END("%%r11")
-      HYLORN_SQ_STORE(11, 12, "%%r9", "%%r10")
-      // a6 * a7..a7 into positions 13..14
-      HYLORN_SQ_ROW_START(48, "%%r12")
-      HYLORN_SQ_STEP(56, "%%r11", "%%r12")
-      HYLORN_SQ_ROW_END("%%r12")
-      HYLORN_SQ_STORE(13, 14, "%%r11", "%%r12")
-      // twice the cross products plus the squares a_i^2 at positions 2i, 2i+1
-      "movq $0, 272(%%rdi)\n\t movq $0, 392(%%rdi)\n\t xorl %%eax, %%eax\n\t"
-      HYLORN_SQ_DIAGONAL(0, 272, 280)
-      HYLORN_SQ_DIAGONAL(8, 288, 296)
-      HYLORN_SQ_DIAGONAL(16, 304, 312)
-      HYLORN_SQ_DIAGONAL(24, 320, 328)
-      HYLORN_SQ_DIAGONAL(32, 336, 344)
-      HYLORN_SQ_DIAGONAL(40, 352, 360)
-      HYLORN_SQ_DIAGONAL(48, 368, 376)
-      HYLORN_SQ_DIAGONAL(56, 384, 392)
-      // Montgomery reduction of the 16 limbs, a window of 9 registers sliding up
-      "movq 272(%%rdi), %%r8\n\t"
-      "movq 280(%%rdi), %%r9\n\t"
-      "movq 288(%%rdi), %%r10\n\t"
-      "movq 296(%%rdi), %%r11\n\t"
-      "movq 304(%%rdi), %%r12\n\t"
-      "movq 312(%%rdi), %%r13\n\t"
-      "movq 320(%%rdi), %%r14\n\t"
-      "movq 328(%%rdi), %%r15\n\t"
-      "xorl %%esi, %%esi\n\t"
-      HYLORN_REDC_ROUND(336, "%%r8", "%%r9", "%%r10", "%%r11", "%%r12", "%%r13", "%%r14", "%%r15", "%%rbx")
-      HYLORN_REDC_ROUND(344, "%%r9", "%%r10", "%%r11", "%%r12", "%%r13", "%%r14", "%%r15", "%%rbx", "%%r8")
-      HYLORN_REDC_ROUND(352, "%%r10", "%%r11", "%%r12", "%%r13", "%%r14", "%%r15", "%%rbx", "%%r8", "%%r9")
-      HYLORN_REDC_ROUND(360, "%%r11", "%%r12", "%%r13", "%%r14", "%%r15", "%%rbx", "%%r8", "%%r9", "%%r10")
-      HYLORN_REDC_ROUND(368, "%%r12", "%%r13", "%%r14", "%%r15", "%%rbx", "%%r8", "%%r9", "%%r10", "%%r11")
-      HYLORN_REDC_ROUND(376, "%%r13", "%%r14", "%%r15", "%%rbx", "%%r8", "%%r9", "%%r10", "%%r11", "%%r12")
-      HYLORN_REDC_ROUND(384, "%%r14", "%%r15", "%%rbx", "%%r8", "%%r9", "%%r10", "%%r11", "%%r12", "%%r13")
-      HYLORN_REDC_ROUND(392, "%%r15", "%%rbx", "%%r8", "%%r9", "%%r10", "%%r11", "%%r12", "%%r13", "%%r14")
-      HYLORN_FINAL_SUBTRACT("%%rsi")
-      :
-      : "D"(f)
-      : "rax", "rbx", "rcx", "rdx", "rsi", "r8", "r9", "r10", "r11", "r12", "r13", "r14", "r15",
-        "cc", "memory");
-}
-
-#undef HYLORN_FINAL_SUBTRACT
-#undef HYLORN_TAKE_LIMB
-#undef HYLORN_SUB_LIMB
-#undef HYLORN_REDC_ROUND
-#undef HYLORN_REDC_STEP
-#undef HYLORN_SQ_DIAGONAL
-#undef HYLORN_SQ_ROW_END
-#undef HYLORN_SQ_STEP
-#undef HYLORN_SQ_ROW_START
-#undef HYLORN_SQ_STORE
-
-// The 1024-bit row: the accumulator t (18 limbs) stays in memory. Pass 1 adds a * bi
-// (lo in the CF chain, the previous hi in the OF chain); pass 2 adds m n and stores each
-// limb one place down, which drops the cleared low limb.
-#define HYLORN_P1(j, HI, HIPREV)           \
-  "mulxq " #j "*8(%[a]), %%rax, " HI "\n\t" \
-  "adcxq " #j "*8(%[t]), %%rax\n\t"         \
-  "adoxq " HIPREV ", %%rax\n\t"             \
-  "movq %%rax, " #j "*8(%[t])\n\t"
-#define HYLORN_P2(j, jm1, HI, HIPREV)      \
-  "mulxq " #j "*8(%[n]), %%rax, " HI "\n\t" \
-  "adcxq " #j "*8(%[t]), %%rax\n\t"         \
-  "adoxq " HIPREV ", %%rax\n\t"             \
-  "movq %%rax, " #jm1 "*8(%[t])\n\t"
-
-void mont_row_1024_adx(limb* t, const limb* a, limb bi, const limb* n, limb n0) {
-  asm volatile(
-      "xorl %%r8d, %%r8d\n\t"
-      HYLORN_P1(0, "%%rcx", "%%r8")
-      HYLORN_P1(1, "%%rbx", "%%rcx")
-      HYLORN_P1(2, "%%rcx", "%%rbx")
-      HYLORN_P1(3, "%%rbx", "%%rcx")
-      HYLORN_P1(4, "%%rcx", "%%rbx")
-      HYLORN_P1(5, "%%rbx", "%%rcx")
-      HYLORN_P1(6, "%%rcx", "%%rbx")
-      HYLORN_P1(7, "%%rbx", "%%rcx")
-      HYLORN_P1(8, "%%rcx", "%%rbx")
-      HYLORN_P1(9, "%%rbx", "%%rcx")
-      HYLORN_P1(10, "%%rcx", "%%rbx")
-      HYLORN_P1(11, "%%rbx", "%%rcx")
-      HYLORN_P1(12, "%%rcx", "%%rbx")
-      HYLORN_P1(13, "%%rbx", "%%rcx")
-      HYLORN_P1(14, "%%rcx", "%%rbx")
-      HYLORN_P1(15, "%%rbx", "%%rcx")
-      "movq 16*8(%[t]), %%rax\n\t adcxq %%r8, %%rax\n\t adoxq %%rbx, %%rax\n\t movq %%rax, 16*8(%[t])\n\t"
-      "movq 17*8(%[t]), %%rax\n\t adcxq %%r8, %%rax\n\t adoxq %%r8, %%rax\n\t movq %%rax, 17*8(%[t])\n\t"
-      "movq (%[t]), %%rdx\n\t"
-      "imulq %[n0], %%rdx\n\t"
-      "xorl %%eax, %%eax\n\t"
-      "mulxq (%[n]), %%rax, %%rcx\n\t"
-      "adcxq (%[t]), %%rax\n\t"
-      HYLORN_P2(1, 0, "%%rbx", "%%rcx")
-      HYLORN_P2(2, 1, "%%rcx", "%%rbx")
-      HYLORN_P2(3, 2, "%%rbx", "%%rcx")
-      HYLORN_P2(4, 3, "%%rcx", "%%rbx")
-      HYLORN_P2(5, 4, "%%rbx", "%%rcx")
-      HYLORN_P2(6, 5, "%%rcx", "%%rbx")
-      HYLORN_P2(7, 6, "%%rbx", "%%rcx")
-      HYLORN_P2(8, 7, "%%rcx", "%%rbx")
-      HYLORN_P2(9, 8, "%%rbx", "%%rcx")
-      HYLORN_P2(10, 9, "%%rcx", "%%rbx")
-      HYLORN_P2(11, 10, "%%rbx", "%%rcx")
-      HYLORN_P2(12, 11, "%%rcx", "%%rbx")
-      HYLORN_P2(13, 12, "%%rbx", "%%rcx")
-      HYLORN_P2(14, 13, "%%rcx", "%%rbx")
-      HYLORN_P2(15, 14, "%%rbx", "%%rcx")
-      "movq 16*8(%[t]), %%rax\n\t adcxq %%r8, %%rax\n\t adoxq %%rbx, %%rax\n\t movq %%rax, 15*8(%[t])\n\t"
-      "movq 17*8(%[t]), %%rax\n\t adcxq %%r8, %%rax\n\t adoxq %%r8, %%rax\n\t movq %%rax, 16*8(%[t])\n\t"
-      "movq %%r8, 17*8(%[t])\n\t"
-      : "+d"(bi)
-      : [a] "r"(a), [n] "r"(n), [t] "r"(t), [n0] "r"(n0)
-      : "rax", "rbx", "rcx", "r8", "cc", "memory");
-}
-
-#undef HYLORN_P2
-#undef HYLORN_P1
-#undef HYLORN_ROW
-#undef HYLORN_CARRY_OUT
-#undef HYLORN_MULADD
+template <>
+struct KernelFrame<8> {
+  using type = mont_x86::Frame8;
+  static constexpr bool present = true;
+};
+template <>
+struct KernelFrame<16> {
+  using type = mont_x86::Frame16;
+  static constexpr bool present = true;
+};
 #endif
 
 // The operations on numbers below one odd modulus of N limbs, R = 2^(64 N).
@@ -404,83 +182,76 @@ struct Field {
   limb n[N];
   limb n0;  // -n^-1 mod 2^64
   mutable limb scratch[N + 2];
-#ifdef HYLORN_MONT8_ADX
+#ifdef HYLORN_MONT_ADX
+  static constexpr bool kKernels = KernelFrame<N>::present;
   bool adx = false;
-  mutable Frame8 frame;  // the 512-bit kernel's operands
+  mutable typename KernelFrame<N>::type frame;  // the kernels' operands
+#else
+  static constexpr bool kKernels = false;
 #endif
 
   void init(const MP_DIGIT* d, u32 dDigits) {
     to_limbs(n, N, d, dDigits);
     n0 = neg_inverse(n[0]);
-#ifdef HYLORN_MONT8_ADX
-    adx = has_mulx_adx();
-    if constexpr (N == 8) {
+    set_up_kernels();
+  }
+  void init(const limb* modulus, limb inverse) {
+    for (int j = 0; j < N; ++j) n[j] = modulus[j];
+    n0 = inverse;
+    set_up_kernels();
+  }
+
+  void set_up_kernels() {
+#ifdef HYLORN_MONT_ADX
+    if constexpr (kKernels) {
+      adx = current_mont_path() != MontPath::portable;
       for (int j = 0; j < N; ++j) frame.n[j] = n[j];
       frame.n0 = n0;
     }
 #endif
   }
 
-#ifdef HYLORN_MONT8_ADX
-  // The kernels work in place on frame.a; an accumulator kept there is never copied.
-  limb* accumulator(limb* fallback) const {
-    if constexpr (N == 8) {
-      if (adx) return frame.a;
-    }
-    return fallback;
-  }
-  void load_frame(const limb* a, const limb* b) const {
-    if (b != nullptr)
-      for (int j = 0; j < N; ++j) frame.b[j] = b[j];
-    if (a != frame.a)
-      for (int j = 0; j < N; ++j) frame.a[j] = a[j];
-  }
-  void unload_frame(limb* r) const {
-    if (r != frame.a)
-      for (int j = 0; j < N; ++j) r[j] = frame.a[j];
-  }
-#else
-  limb* accumulator(limb* fallback) const { return fallback; }
-#endif
+  // The kernels work in place on frame.a and take their second operand from frame.b:
+  // an accumulator or an operand kept there is never copied.
+  limb* accumulator(limb* fallback) const { return in_frame(0, fallback); }
+  limb* operand(limb* fallback) const { return in_frame(1, fallback); }
 
-  // r = t - n when t (N limbs plus the carry limb top) is at least n, else t.
-  void reduce_once(limb* r, const limb* t, limb top) const {
-    limb diff[N];
-    limb borrow = 0;
-    for (int j = 0; j < N; ++j) {
-      wide d = static_cast<wide>(t[j]) - n[j] - borrow;
-      diff[j] = static_cast<limb>(d);
-      borrow = static_cast<limb>(d >> kLimbBits) & 1;
-    }
-    limb keep_diff = mask_of((top | (borrow ^ 1)) & 1);
-    for (int j = 0; j < N; ++j) r[j] = (diff[j] & keep_diff) | (t[j] & ~keep_diff);
-  }
-
-  // r = a * b / R mod n, for a * b < R * n. r may alias a or b.
+  // r = a * b / R mod n, for a below R and b below n. r may alias a or b.
   void mul(limb* r, const limb* a, const limb* b) const {
-#ifdef HYLORN_MONT8_ADX
-    if constexpr (N == 8) {
+#ifdef HYLORN_MONT_ADX
+    if constexpr (kKernels) {
       if (adx) {
-        load_frame(a, b);
-        mont_mul_512_adx(&frame);
-        unload_frame(r);
+        copy_in(frame.b, b);
+        copy_in(frame.a, a);
+        mont_x86::mul(&frame);
+        copy_in(r, frame.a);
         return;
       }
     }
 #endif
-    // Row by row: t += a b[i], then t += m n with m chosen to clear the low limb, which
-    // is dropped. t stays below 2n between rows.
+    mul_portable(r, a, b);
+  }
+
+  // r = a^2 / R mod n, for a below n. r may alias a.
+  void sqr(limb* r, const limb* a) const {
+#ifdef HYLORN_MONT_ADX
+    if constexpr (kKernels) {
+      if (adx) {
+        copy_in(frame.a, a);
+        mont_x86::sqr(&frame);
+        copy_in(r, frame.a);
+        return;
+      }
+    }
+#endif
+    mul_portable(r, a, a);
+  }
+
+  // Row by row: t += a b[i], then t += m n with m chosen to clear the low limb, which
+  // is dropped. t stays below 2n between rows.
+  void mul_portable(limb* r, const limb* a, const limb* b) const {
     limb* t = scratch;
     for (int j = 0; j < N + 2; ++j) t[j] = 0;
-#ifdef HYLORN_MONT8_ADX
-    if constexpr (N == 16) {
-      if (adx) {
-        for (int i = 0; i < N; ++i) mont_row_1024_adx(t, a, b[i], n, n0);
-        reduce_once(r, t, t[N]);
-        return;
-      }
-    }
-#endif
     for (int i = 0; i < N; ++i) {
       limb carry = 0;
       limb bi = b[i];
@@ -505,33 +276,26 @@ struct Field {
       t[N - 1] = static_cast<limb>(s);
       t[N] = t[N + 1] + static_cast<limb>(s >> kLimbBits);
     }
-    reduce_once(r, t, t[N]);
+    reduce_once<N>(r, t, t[N], n);
   }
 
-  void sqr(limb* r, const limb* a) const {
-#ifdef HYLORN_MONT8_ADX
-    if constexpr (N == 8) {
-      if (adx) {
-        load_frame(a, nullptr);
-        mont_sqr_512_adx(&frame);
-        unload_frame(r);
-        return;
-      }
+  void dbl(limb* r, const limb* a) const { double_mod<N>(r, a, n); }
+
+ private:
+  limb* in_frame(int slot, limb* fallback) const {
+#ifdef HYLORN_MONT_ADX
+    if constexpr (kKernels) {
+      if (adx) return slot == 0 ? frame.a : frame.b;
     }
 #endif
-    mul(r, a, a);
+    (void)slot;
+    return fallback;
   }
 
-  // r = 2 a mod n for a < n.
-  void dbl(limb* r, const limb* a) const {
-    limb t[N];
-    limb carry = 0;
-    for (int j = 0; j < N; ++j) {
-      t[j] = (a[j] << 1) | carry;
-      carry = a[j] >> (kLimbBits - 1);
-    }
-    reduce_once(r, t, carry);
-    secure_wipe(t, sizeof t);
+  // Copies N limbs unless they are already in place.
+  static void copy_in(limb* to, const limb* from) {
+    if (to != from)
+      for (int j = 0; j < N; ++j) to[j] = from[j];
   }
 };
 
@@ -559,17 +323,73 @@ u32 window_width(u32 bits) {
   return best;
 }
 
+// What depends on the modulus alone.
+struct ModulusConstants {
+  int limbs;            // N; 0 in an unused cache entry
+  limb n[kMaxLimbs];
+  limb n0;              // -n^-1 mod 2^64
+  limb one[kMaxLimbs];  // R mod n, the Montgomery form of 1
+  limb rr[kMaxLimbs];   // R^2 mod n
+};
+
+// one by doubling the top bit of n up to 2^(64 N); rr by division.
+template <int N>
+void set_up_constants(ModulusConstants* k, const MP_DIGIT* d, u32 dDigits) {
+  k->limbs = N;
+  to_limbs(k->n, N, d, dDigits);
+  k->n0 = neg_inverse(k->n[0]);
+  u32 nbits = mp_bits(d, dDigits);
+  limb x[N] = {};
+  x[(nbits - 1) / kLimbBits] = static_cast<limb>(1) << ((nbits - 1) % kLimbBits);
+  for (u32 i = nbits - 1; i < static_cast<u32>(kLimbBits * N); ++i) double_mod<N>(x, x, k->n);
+  for (int i = 0; i < N; ++i) k->one[i] = x[i];
+  // n may have fewer significant limbs than N (the smaller prime of a key at the
+  // larger one's size): the division takes only those.
+  int significant = static_cast<int>((MP_Digits(d, dDigits) + 1) / 2);
+  limb u[2 * N + 1] = {};
+  u[2 * N] = 1;
+  for (int i = 0; i < N; ++i) k->rr[i] = 0;
+  divide_limbs(nullptr, k->rr, u, 2 * N + 1, k->n, significant);
+  secure_wipe(x, sizeof x);
+}
+
+// The constants of the public moduli used last, so that checking signature after
+// signature under one key sets them up once. Only public moduli come here: nothing
+// derived from a private key is ever kept. Per thread, so that concurrent callers never
+// see each other's entries half-written.
+struct PublicModulusCache {
+  static constexpr int kEntries = 4;
+  ModulusConstants entries[kEntries];
+  int next;
+};
+thread_local PublicModulusCache public_moduli;
+
+// The cached constants of d, set up first when d is not among them.
+template <int N>
+const ModulusConstants& public_constants(const MP_DIGIT* d, u32 dDigits) {
+  limb n[N];
+  to_limbs(n, N, d, dDigits);
+  PublicModulusCache& cache = public_moduli;
+  for (const ModulusConstants& e : cache.entries) {
+    if (e.limbs != N) continue;
+    limb diff = 0;
+    for (int j = 0; j < N; ++j) diff |= e.n[j] ^ n[j];
+    if (diff == 0) return e;
+  }
+  ModulusConstants& e = cache.entries[cache.next];
+  cache.next = (cache.next + 1) % PublicModulusCache::kEntries;
+  set_up_constants<N>(&e, d, dDigits);
+  return e;
+}
+
 template <int N>
 class Exponentiation {
  public:
-  Exponentiation(const MP_DIGIT* d, u32 dDigits) {
-    f_.init(d, dDigits);
-    make_r_and_rr(mp_bits(d, dDigits));
+  explicit Exponentiation(const ModulusConstants& k) : one_(k.one), rr_(k.rr) {
+    f_.init(k.n, k.n0);
   }
   ~Exponentiation() {
     secure_wipe(&f_, sizeof f_);
-    secure_wipe(one_, sizeof one_);
-    secure_wipe(rr_, sizeof rr_);
     secure_wipe(table_, table_entries_ * sizeof table_[0]);
   }
   Exponentiation(const Exponentiation&) = delete;
@@ -597,24 +417,37 @@ class Exponentiation {
     f_.mul(r, t, unit);
   }
 
+  // x = w R mod n, the Montgomery form of w mod n, for a w of 2N limbs:
+  // w_lo R + w_hi R^2, two products with R^2 and R^3.
+  void reduce_wide(limb* x, const limb* w) const {
+    limb rrr[N];
+    f_.mul(rrr, rr_, rr_);
+    f_.mul(rrr, w + N, rrr);
+    f_.mul(x, w, rr_);
+    add_mod<N>(x, x, rrr, f_.n);
+    secure_wipe(rrr, sizeof rrr);
+  }
+
+  // t = x^c in Montgomery form, from x in that form, for a secret exponent c (not 0).
+  void run_secret(limb* t, const limb* x, const MP_DIGIT* c, u32 cDigits) {
+    limb xm[N];
+    for (int j = 0; j < N; ++j) xm[j] = x[j];
+    limb* acc = f_.accumulator(t);
+    fixed_window(acc, xm, c, cDigits, mp_bits(c, cDigits));
+    for (int j = 0; j < N; ++j) t[j] = acc[j];
+    secure_wipe(xm, sizeof xm);
+  }
+
+  // r = (a - y) g mod n for a, y, g below n.
+  void difference_times(limb* r, const limb* a, const limb* y, const limb* g) const {
+    limb d[N];
+    sub_mod<N>(d, a, y, f_.n);
+    f_.mul(d, d, rr_);
+    f_.mul(r, d, g);
+    secure_wipe(d, sizeof d);
+  }
+
  private:
-  // one = R mod n by doubling the top bit of n up to 2^(64 N); R^2 mod n by division.
-  void make_r_and_rr(u32 nbits) {
-    limb x[N] = {};
-    x[(nbits - 1) / kLimbBits] = static_cast<limb>(1) << ((nbits - 1) % kLimbBits);
-    for (u32 i = nbits - 1; i < static_cast<u32>(kLimbBits * N); ++i) f_.dbl(x, x);
-    for (int i = 0; i < N; ++i) one_[i] = x[i];
-    secure_wipe(x, sizeof x);
-    r_squared();
-  }
-
-  // rr = 2^(128 N) mod n.
-  void r_squared() {
-    limb u[2 * N + 1] = {};
-    u[2 * N] = 1;
-    divide_limbs(nullptr, rr_, u, 2 * N + 1, f_.n, N);
-  }
-
   static bool is_two(const limb* b) {
     limb rest = 0;
     for (int i = 1; i < N; ++i) rest |= b[i];
@@ -647,6 +480,14 @@ class Exponentiation {
   // two limbs at a time into a local array that stays in registers (r may alias
   // anything; left to itself the compiler vectorises across entries and shuffles).
   void lookup(limb* r, u32 k, u32 entries) const {
+#ifdef HYLORN_MONT_ADX
+    if constexpr (N % 4 == 0) {
+      if (f_.adx) {
+        mont_x86::gather_avx2<N>(r, &table_[0][0], kRow, k, entries);
+        return;
+      }
+    }
+#endif
     using Pair = limb __attribute__((vector_size(16)));
     constexpr int kPairs = (N + 1) / 2;
     Pair acc[kPairs] = {};
@@ -666,7 +507,8 @@ class Exponentiation {
     u32 w = window_width(bits);
     u32 entries = 1u << w;
     table_entries_ = entries;
-    for (u32 e = 0; e < entries; ++e) table_[e][N] = 0;
+    if constexpr (kRow > N)
+      for (u32 e = 0; e < entries; ++e) table_[e][N] = 0;  // the spare limb
     for (int j = 0; j < N; ++j) table_[0][j] = one_[j], table_[1][j] = bm[j];
     for (u32 e = 2; e < entries; ++e) {
       if (e % 2 == 0)
@@ -674,7 +516,8 @@ class Exponentiation {
       else
         f_.mul(table_[e], table_[e - 1], bm);
     }
-    limb factor[N];
+    limb spare[N];
+    limb* factor = f_.operand(spare);
     u32 windows = (bits + w - 1) / w;
     lookup(t, exponent_window(c, cDigits, (windows - 1) * w, w), entries);
     for (u32 k = windows - 1; k-- > 0;) {
@@ -682,19 +525,22 @@ class Exponentiation {
       lookup(factor, exponent_window(c, cDigits, k * w, w), entries);
       f_.mul(t, t, factor);
     }
-    secure_wipe(factor, sizeof factor);
+    secure_wipe(spare, sizeof spare);
   }
 
   Field<N> f_;
-  limb one_[N];  // R mod n, the Montgomery form of 1
-  limb rr_[N];   // R^2 mod n
-  limb table_[1u << kMaxWindow][N + 1];  // one spare limb: entries are read in pairs
+  const limb* one_;  // R mod n, the Montgomery form of 1
+  const limb* rr_;   // R^2 mod n
+  // Entries are read in pairs of limbs, so an odd N takes a spare limb; rows of whole
+  // cache lines keep the reads from straddling two.
+  static constexpr int kRow = N + N % 2;
+  alignas(64) limb table_[1u << kMaxWindow][kRow];
   u32 table_entries_ = 0;                 // how many were filled, and must be wiped
 };
 
 template <int N>
 void exp_with_limbs(MP_DIGIT* a, const MP_DIGIT* b, const MP_DIGIT* c, u32 cDigits,
-                    const MP_DIGIT* d, u32 dDigits) {
+                    const MP_DIGIT* d, u32 dDigits, const ModulusConstants& k) {
   limb base[N], t[N];
   MP_DIGIT reduced[MP_MAX_DIGITS] = {};
   if (MP_Digits(b, dDigits) > 2 * N) {  // too wide for N limbs: reduce it first
@@ -704,7 +550,7 @@ void exp_with_limbs(MP_DIGIT* a, const MP_DIGIT* b, const MP_DIGIT* c, u32 cDigi
     to_limbs(base, N, b, dDigits);
   }
   {
-    Exponentiation<N> e(d, dDigits);
+    Exponentiation<N> e(k);
     e.run(t, base, c, cDigits);
     e.finish(t, t);
   }
@@ -714,17 +560,150 @@ void exp_with_limbs(MP_DIGIT* a, const MP_DIGIT* b, const MP_DIGIT* c, u32 cDigi
   secure_wipe(reduced, sizeof reduced);
 }
 
-// Calls exp_with_limbs<limbs> for limbs in N..kMaxLimbs (direct calls, no table).
+// r (2N limbs) = a b + c for a, b, c of N limbs.
 template <int N>
-void exp_for_limbs(int limbs, MP_DIGIT* a, const MP_DIGIT* b, const MP_DIGIT* c, u32 cDigits,
-                   const MP_DIGIT* d, u32 dDigits) {
-  if (limbs == N)
-    exp_with_limbs<N>(a, b, c, cDigits, d, dDigits);
-  else if constexpr (N < kMaxLimbs)
-    exp_for_limbs<N + 1>(limbs, a, b, c, cDigits, d, dDigits);
+void multiply_add(limb* r, const limb* a, const limb* b, const limb* c) {
+  for (int j = 0; j < N; ++j) r[j] = c[j], r[N + j] = 0;
+  for (int i = 0; i < N; ++i) {
+    limb carry = 0;
+    for (int j = 0; j < N; ++j) {
+      wide p = static_cast<wide>(a[i]) * b[j] + r[i + j] + carry;
+      r[i + j] = static_cast<limb>(p);
+      carry = static_cast<limb>(p >> kLimbBits);
+    }
+    r[i + N] = carry;
+  }
 }
 
+// The two exponentiations of the CRT, m[s] = (c mod n_s)^e_s mod n_s for the moduli
+// of k[0] (p) and k[1] (q), one after the other; c has 2N limbs.
+template <int N>
+void crt_powers(limb (*m)[N], const limb* c, const ModulusConstants* k, const MP_DIGIT* const* e,
+                u32 digits) {
+  for (int s = 0; s < 2; ++s) {
+    Exponentiation<N> ex(k[s]);
+    ex.reduce_wide(m[s], c);
+    ex.run_secret(m[s], m[s], e[s], digits);
+    ex.finish(m[s], m[s]);
+  }
+}
+
+#ifdef HYLORN_MONT_IFMA
+// The same for 512-bit primes with both exponentiations at once on the IFMA kernel: the
+// bases c mod n_s come from the 512-bit kernels, and 2^1040 mod n_s, which the IFMA
+// kernel's R = 2^520 asks for, from R^2 = 2^1024 mod n_s by 16 doublings.
+void crt_powers_ifma(limb (*m)[8], const limb* c, const ModulusConstants* k,
+                     const MP_DIGIT* const* e, u32 digits) {
+  struct State {
+    limb base[2][8], rr[2][8];
+    mont_ifma::Work work;
+  } v;
+  for (int s = 0; s < 2; ++s) {
+    Exponentiation<8> ex(k[s]);
+    ex.reduce_wide(v.base[s], c);
+    ex.finish(v.base[s], v.base[s]);
+    for (int j = 0; j < 8; ++j) v.rr[s][j] = k[s].rr[j];
+    for (int i = 0; i < 16; ++i) double_mod<8>(v.rr[s], v.rr[s], k[s].n);
+  }
+  const mont_ifma::Half h[2] = {{k[0].n, v.base[0], v.rr[0]}, {k[1].n, v.base[1], v.rr[1]}};
+  u32 bits = mp_bits(e[0], digits) > mp_bits(e[1], digits) ? mp_bits(e[0], digits)
+                                                          : mp_bits(e[1], digits);
+  mont_ifma::exp2(m[0], m[1], h, bits,
+                  [&](int s, u32 pos) {
+                    return exponent_window(e[s], digits, pos, mont_ifma::kWindow);
+                  },
+                  &v.work);
+  for (int s = 0; s < 2; ++s) reduce_once<8>(m[s], m[s], 0, k[s].n);  // n itself becomes 0
+  secure_wipe(&v, sizeof v);
+}
+#endif
+
+// The private-key operation through the CRT, on N limbs throughout (q, the smaller
+// prime, at p's size):
+//   mQ = (c mod q)^dQ mod q,  h = ((c mod p)^dP - mQ) qInv mod p,  m = h q + mQ.
+template <int N>
+void crt_with_limbs(MP_DIGIT* m, const MP_DIGIT* c, u32 nDigits, const CrtKey& key) {
+  struct Limbs {
+    limb c[2 * N], q[N], qInv[N], powers[2][N], h[N], m[2 * N];
+    ModulusConstants k[2];
+  } v;
+  to_limbs(v.c, 2 * N, c, nDigits);
+  to_limbs(v.q, N, key.q, key.digits);
+  to_limbs(v.qInv, N, key.qInv, key.digits);
+  set_up_constants<N>(&v.k[0], key.p, key.digits);
+  set_up_constants<N>(&v.k[1], key.q, key.digits);
+  const MP_DIGIT* exponents[2] = {key.dP, key.dQ};
+  bool done = false;
+#ifdef HYLORN_MONT_IFMA
+  if constexpr (N == 8) {
+    if (current_mont_path() == MontPath::avx512_ifma) {
+      crt_powers_ifma(v.powers, v.c, v.k, exponents, key.digits);
+      done = true;
+    }
+  }
+#endif
+  if (!done) crt_powers<N>(v.powers, v.c, v.k, exponents, key.digits);
+  {
+    Exponentiation<N> e(v.k[0]);
+    e.difference_times(v.h, v.powers[0], v.powers[1], v.qInv);
+  }
+  multiply_add<N>(v.m, v.h, v.q, v.powers[1]);
+  from_limbs(m, nDigits, v.m, 2 * N);
+  secure_wipe(&v, sizeof v);
+}
+
+// Calls fn.operator()<limbs>() for limbs in N..kMaxLimbs (direct calls, no table).
+template <int N, class Fn>
+void with_limbs(int limbs, Fn&& fn) {
+  if (limbs == N)
+    fn.template operator()<N>();
+  else if constexpr (N < kMaxLimbs)
+    with_limbs<N + 1>(limbs, fn);
+}
+
+int limbs_of(const MP_DIGIT* d, u32 dDigits) {
+  return static_cast<int>((MP_Digits(d, dDigits) + 1) / 2);
+}
+
+// -1: not chosen yet; otherwise a MontPath.
+std::atomic<int> chosen_path{-1};
+
 }  // namespace
+
+bool mont_path_available(MontPath path) {
+  switch (path) {
+    case MontPath::portable: return true;
+#ifdef HYLORN_MONT_ADX
+    case MontPath::mulx_adx: return mont_x86::has_mulx_adx();
+#endif
+#if defined(HYLORN_MONT_ADX) && defined(HYLORN_MONT_IFMA)
+    case MontPath::avx512_ifma: return mont_x86::has_mulx_adx() && mont_ifma::has_avx512_ifma();
+#endif
+    default: return false;
+  }
+}
+
+bool select_mont_path(MontPath path) {
+  if (!mont_path_available(path)) return false;
+  chosen_path.store(static_cast<int>(path), std::memory_order_relaxed);
+  return true;
+}
+
+void select_mont_path_automatically() {
+  MontPath best = MontPath::portable;
+  for (MontPath p : {MontPath::mulx_adx, MontPath::avx512_ifma})
+    if (mont_path_available(p)) best = p;
+  chosen_path.store(static_cast<int>(best), std::memory_order_relaxed);
+}
+
+MontPath current_mont_path() {
+  int path = chosen_path.load(std::memory_order_relaxed);
+  if (path < 0) {
+    select_mont_path_automatically();
+    path = chosen_path.load(std::memory_order_relaxed);
+  }
+  return static_cast<MontPath>(path);
+}
 
 void mp_divide(MP_DIGIT* quotient, MP_DIGIT* remainder, const MP_DIGIT* c, u32 cDigits,
                const MP_DIGIT* d, u32 dDigits) {
@@ -750,7 +729,72 @@ void mont_mod_exp(MP_DIGIT* a, const MP_DIGIT* b, const MP_DIGIT* c, u32 cDigits
     MP_AssignZero(a, dDigits);
     return;
   }
-  exp_for_limbs<1>(static_cast<int>((dSig + 1) / 2), a, b, c, cDigits, d, dDigits);
+  with_limbs<1>(limbs_of(d, dDigits), [&]<int N>() {
+    ModulusConstants k;
+    set_up_constants<N>(&k, d, dDigits);
+    exp_with_limbs<N>(a, b, c, cDigits, d, dDigits, k);
+    secure_wipe(&k, sizeof k);
+  });
+}
+
+void mont_mod_exp_public(MP_DIGIT* a, const MP_DIGIT* b, const MP_DIGIT* c, u32 cDigits,
+                         const MP_DIGIT* d, u32 dDigits) {
+  if (MP_Digits(d, dDigits) == 1 && d[0] == 1) {
+    MP_AssignZero(a, dDigits);
+    return;
+  }
+  with_limbs<1>(limbs_of(d, dDigits), [&]<int N>() {
+    exp_with_limbs<N>(a, b, c, cDigits, d, dDigits, public_constants<N>(d, dDigits));
+  });
+}
+
+bool mont_crt_exp(MP_DIGIT* m, const MP_DIGIT* c, u32 nDigits, const CrtKey& key) {
+  const MP_DIGIT one[1] = {1};
+  u32 digits = key.digits;
+  bool fits = digits > 0 && (key.p[0] & 1) != 0 && (key.q[0] & 1) != 0 &&
+              MP_Cmp(key.p, key.q, digits) > 0 && MP_Digits(key.q, digits) > 0 &&
+              !(MP_Digits(key.q, digits) == 1 && MP_Cmp(key.q, one, 1) == 0) &&
+              MP_Cmp(key.qInv, key.p, digits) < 0 && !MP_Zero(key.dP, digits) &&
+              !MP_Zero(key.dQ, digits) &&
+              limbs_of(c, nDigits) <= 2 * limbs_of(key.p, digits);
+  if (!fits) return false;
+  with_limbs<1>(limbs_of(key.p, digits),
+                [&]<int N>() { crt_with_limbs<N>(m, c, nDigits, key); });
+  return true;
+}
+
+bool mont_ifma_product(MP_DIGIT* r, const MP_DIGIT* a, const MP_DIGIT* b, const MP_DIGIT* d) {
+#ifdef HYLORN_MONT_IFMA
+  if (!mont_ifma::has_avx512_ifma()) return false;
+  limb x[9], y[9], n[8], z[9];
+  to_limbs(x, 9, a, 17);
+  to_limbs(y, 9, b, 17);
+  to_limbs(n, 8, d, 16);
+  mont_ifma::product(z, x, y, n);
+  from_limbs(r, 17, z, 9);
+  return true;
+#else
+  (void)r, (void)a, (void)b, (void)d;
+  return false;
+#endif
+}
+
+void mont_product(MP_DIGIT* r, const MP_DIGIT* a, const MP_DIGIT* b, const MP_DIGIT* d,
+                  u32 dDigits) {
+  with_limbs<1>(limbs_of(d, dDigits), [&]<int N>() {
+    Field<N> f;
+    f.init(d, dDigits);
+    limb x[N], y[N];
+    to_limbs(x, N, a, dDigits);
+    to_limbs(y, N, b, dDigits);
+    if (a == b)
+      f.sqr(x, x);
+    else
+      f.mul(x, x, y);
+    from_limbs(r, dDigits, x, N);
+    secure_wipe(x, sizeof x);
+    secure_wipe(y, sizeof y);
+  });
 }
 
 }  // namespace hylorn

@@ -19,22 +19,29 @@ MP_DIGIT high_digit(u64 x) { return static_cast<MP_DIGIT>(x >> MP_DIGIT_BITS); }
 void MP_Decode(MP_DIGIT* a, u32 digits, const u8* b, u32 len) {
   u32 i = 0;
   u32 j = len;  // bytes still to read, taken from the end of b
-  for (; i < digits && j > 0; ++i) {
+  for (; i < digits && j >= 4; ++i, j -= 4)
+    a[i] = (static_cast<MP_DIGIT>(b[j - 4]) << 24) | (static_cast<MP_DIGIT>(b[j - 3]) << 16) |
+           (static_cast<MP_DIGIT>(b[j - 2]) << 8) | b[j - 1];
+  if (i < digits && j > 0) {
     MP_DIGIT t = 0;
-    for (u32 shift = 0; j > 0 && shift < MP_DIGIT_BITS; --j, shift += 8)
-      t |= static_cast<MP_DIGIT>(b[j - 1]) << shift;
-    a[i] = t;
+    for (u32 shift = 0; j > 0; --j, shift += 8) t |= static_cast<MP_DIGIT>(b[j - 1]) << shift;
+    a[i++] = t;
   }
   for (; i < digits; ++i) a[i] = 0;
 }
 
 void MP_Encode(u8* a, u32 len, const MP_DIGIT* b, u32 digits) {
   u32 j = len;  // bytes still to write, filled from the end of a
-  for (u32 i = 0; i < digits && j > 0; ++i) {
+  u32 i = 0;
+  for (; i < digits && j >= 4; ++i, j -= 4) {
     MP_DIGIT t = b[i];
-    for (u32 shift = 0; j > 0 && shift < MP_DIGIT_BITS; --j, shift += 8)
-      a[j - 1] = static_cast<u8>(t >> shift);
+    a[j - 4] = static_cast<u8>(t >> 24);
+    a[j - 3] = static_cast<u8>(t >> 16);
+    a[j - 2] = static_cast<u8>(t >> 8);
+    a[j - 1] = static_cast<u8>(t);
   }
+  if (i < digits)
+    for (u32 shift = 0; j > 0; --j, shift += 8) a[j - 1] = static_cast<u8>(b[i] >> shift);
   for (; j > 0; --j) a[j - 1] = 0;
 }
 
@@ -164,13 +171,26 @@ void mp_mod_exp_generic(MP_DIGIT* a, const MP_DIGIT* b, const MP_DIGIT* c, u32 c
   secure_wipe(t, sizeof t);
 }
 
+using ExpFn = void (*)(MP_DIGIT*, const MP_DIGIT*, const MP_DIGIT*, u32, const MP_DIGIT*, u32);
+
+// The Montgomery engine (one of its entries) takes odd moduli and non-zero exponents;
+// the windows above take the rest.
+static void mod_exp_with(ExpFn engine, MP_DIGIT* a, const MP_DIGIT* b, const MP_DIGIT* c,
+                         u32 cDigits, const MP_DIGIT* d, u32 dDigits) {
+  if (dDigits > 0 && (d[0] & 1) != 0 && !MP_Zero(c, cDigits))
+    engine(a, b, c, cDigits, d, dDigits);
+  else
+    mp_mod_exp_generic(a, b, c, cDigits, d, dDigits);
+}
+
 void MP_ModExp(MP_DIGIT* a, const MP_DIGIT* b, const MP_DIGIT* c, u32 cDigits,
                const MP_DIGIT* d, u32 dDigits) {
-  if (dDigits > 0 && (d[0] & 1) != 0 && !MP_Zero(c, cDigits)) {
-    mont_mod_exp(a, b, c, cDigits, d, dDigits);
-    return;
-  }
-  mp_mod_exp_generic(a, b, c, cDigits, d, dDigits);
+  mod_exp_with(mont_mod_exp, a, b, c, cDigits, d, dDigits);
+}
+
+void mp_mod_exp_public(MP_DIGIT* a, const MP_DIGIT* b, const MP_DIGIT* c, u32 cDigits,
+                       const MP_DIGIT* d, u32 dDigits) {
+  mod_exp_with(mont_mod_exp_public, a, b, c, cDigits, d, dDigits);
 }
 
 // Extended Euclid with non-negative coefficients; the sign of the last one is tracked

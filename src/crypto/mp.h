@@ -56,6 +56,10 @@ void MP_ModMult(MP_DIGIT* a, const MP_DIGIT* b, const MP_DIGIT* c, const MP_DIGI
 // exponent gives 1 whatever d is.
 void MP_ModExp(MP_DIGIT* a, const MP_DIGIT* b, const MP_DIGIT* c, u32 cDigits,
                const MP_DIGIT* d, u32 dDigits);
+// MP_ModExp for a public modulus d: constants derived from d alone may be kept between
+// calls. Never for a secret modulus such as a prime of a private key.
+void mp_mod_exp_public(MP_DIGIT* a, const MP_DIGIT* b, const MP_DIGIT* c, u32 cDigits,
+                       const MP_DIGIT* d, u32 dDigits);
 // a = b^-1 mod c for coprime b and c.
 void MP_ModInv(MP_DIGIT* a, const MP_DIGIT* b, const MP_DIGIT* c, u32 digits);
 // a = gcd(b, c).

@@ -2,6 +2,7 @@
 
 #include <cstring>
 
+#include "crypto/mont.h"
 #include "crypto/mp.h"
 #include "frame/guard.h"
 #include "frame/wipe.h"
@@ -111,7 +112,7 @@ u32 RSA_Public_Block(u8* out, u32* outLen, const u8* in, u32 inLen, const RSA_PU
   if (modulus_len(key->bits) > MAX_RSA_MODULUS_LEN) {
     status = RSA_ERR_LEN;  // no record holds such a key: refuse rather than overrun out
   } else if (MP_Cmp(c, n, nDigits) < 0) {
-    MP_ModExp(m, c, e, eDigits, n, nDigits);
+    mp_mod_exp_public(m, c, e, eDigits, n, nDigits);
     *outLen = modulus_len(key->bits);
     MP_Encode(out, *outLen, m, nDigits);
     status = 0;
@@ -146,7 +147,12 @@ u32 RSA_Private_Block(u8* out, u32* outLen, const u8* in, u32 inLen,
   if (modulus_len(key->bits) > MAX_RSA_MODULUS_LEN) return RSA_ERR_LEN;
   if (MP_Cmp(v.c, v.n, nDigits) >= 0) return RSA_ERR_DATA;
 
+  *outLen = modulus_len(key->bits);
   // q is taken over p's digits: it has no more of them, since p > q.
+  if (mont_crt_exp(v.t, v.c, nDigits, CrtKey{v.p, v.q, v.dP, v.dQ, v.qInv, pDigits})) {
+    MP_Encode(out, *outLen, v.t, nDigits);
+    return 0;
+  }
   MP_Mod(v.cP, v.c, cDigits, v.p, pDigits);
   MP_Mod(v.cQ, v.c, cDigits, v.q, pDigits);
   MP_ModExp(v.mP, v.cP, v.dP, pDigits, v.p, pDigits);
@@ -161,8 +167,6 @@ u32 RSA_Private_Block(u8* out, u32* outLen, const u8* in, u32 inLen,
   MP_ModMult(v.t, v.t, v.qInv, v.p, pDigits);
   MP_Mult(v.t, v.t, v.q, pDigits);
   MP_Add(v.t, v.t, v.mQ, nDigits);
-
-  *outLen = modulus_len(key->bits);
   MP_Encode(out, *outLen, v.t, nDigits);
   return 0;
 }

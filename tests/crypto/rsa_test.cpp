@@ -4,6 +4,7 @@
 #include <cstring>
 
 #include "crypto/rsa.h"
+#include "mont_paths.h"
 #include "rsa_oracle.h"
 
 namespace {
@@ -58,19 +59,71 @@ TEST_P(RawBlocks, MatchOpenSslWithoutPadding) {
   Keys k = make_keys(bits, e);
   std::mt19937 rng(bits);
   u32 len = (bits + 7) / 8;
-  for (int r = 0; r < 20; ++r) {
-    Bytes in = random_block(rng, len), out(128, 0xEE);
-    u32 outLen = 0;
-    ASSERT_EQ(hylorn::RSA_Public_Block(out.data(), &outLen, in.data(), len, &k.pub), 0u);
-    ASSERT_EQ(outLen, len);
-    out.resize(len);
-    EXPECT_EQ(out, openssl_rsa(k.pkey.get(), Op::encrypt, RSA_NO_PADDING, in));
+  for (hylorn::MontPath path : hylorn_test::mont_paths()) {
+    hylorn_test::MontPathScope scope(path);
+    for (int r = 0; r < 10; ++r) {
+      Bytes in = random_block(rng, len), out(128, 0xEE);
+      u32 outLen = 0;
+      ASSERT_EQ(hylorn::RSA_Public_Block(out.data(), &outLen, in.data(), len, &k.pub), 0u);
+      ASSERT_EQ(outLen, len);
+      out.resize(len);
+      EXPECT_EQ(out, openssl_rsa(k.pkey.get(), Op::encrypt, RSA_NO_PADDING, in)) << hylorn_test::name_of(path);
 
-    out.assign(128, 0xEE);
-    ASSERT_EQ(hylorn::RSA_Private_Block(out.data(), &outLen, in.data(), len, &k.priv), 0u);
-    ASSERT_EQ(outLen, len);
-    out.resize(len);
-    EXPECT_EQ(out, openssl_rsa(k.pkey.get(), Op::decrypt, RSA_NO_PADDING, in));
+      out.assign(128, 0xEE);
+      ASSERT_EQ(hylorn::RSA_Private_Block(out.data(), &outLen, in.data(), len, &k.priv), 0u);
+      ASSERT_EQ(outLen, len);
+      out.resize(len);
+      EXPECT_EQ(out, openssl_rsa(k.pkey.get(), Op::decrypt, RSA_NO_PADDING, in)) << hylorn_test::name_of(path);
+    }
+  }
+}
+
+// Inputs that are 0 modulo a prime or sit at the ends of the range take the edge cases
+// of every path's reductions.
+TEST(RsaPrivateBlock, InputsAtTheEdgesOnEveryPath) {
+  const Keys& k = key1024();
+  hylorn_test::RsaNumbers nums = hylorn_test::numbers_of(k.pkey.get());
+  hylorn_test::BnCtx ctx(BN_CTX_new());
+  std::vector<hylorn_test::Bn> inputs;
+  for (unsigned long w : {0ul, 1ul, 2ul}) inputs.push_back(hylorn_test::bn_word(w));
+  for (const hylorn_test::Bn* prime : {&nums.p, &nums.q}) {
+    hylorn_test::Bn x = hylorn_test::new_bn(), y = hylorn_test::new_bn();
+    BN_copy(x.get(), prime->get());
+    BN_sub(y.get(), nums.n.get(), prime->get());  // the largest multiple below n
+    inputs.push_back(std::move(x));
+    inputs.push_back(std::move(y));
+  }
+  hylorn_test::Bn last = hylorn_test::new_bn();
+  BN_sub(last.get(), nums.n.get(), BN_value_one());
+  inputs.push_back(std::move(last));
+  for (hylorn::MontPath path : hylorn_test::mont_paths()) {
+    hylorn_test::MontPathScope scope(path);
+    for (size_t i = 0; i < inputs.size(); ++i) {
+      Bytes in(128), out(128);
+      BN_bn2binpad(inputs[i].get(), in.data(), 128);
+      u32 outLen = 0;
+      ASSERT_EQ(hylorn::RSA_Private_Block(out.data(), &outLen, in.data(), 128, &k.priv), 0u);
+      EXPECT_EQ(out, openssl_rsa(k.pkey.get(), Op::decrypt, RSA_NO_PADDING, in))
+          << hylorn_test::name_of(path) << " input " << i;
+    }
+  }
+}
+
+// A record whose coefficient is q^-1 mod p plus p is no longer reduced: the private
+// operation leaves the engine's CRT for the general steps, and the result stays the same.
+TEST(RsaPrivateBlock, UnreducedCoefficientGivesTheSameResult) {
+  Keys k = make_keys(1000, 65537);  // primes of 500 bits: qInv + p still fits its field
+  hylorn_test::RsaNumbers nums = hylorn_test::numbers_of(k.pkey.get());
+  BN_add(nums.qInv.get(), nums.qInv.get(), nums.p.get());
+  RSA_PRIVATE_KEY odd = hylorn_test::private_record(nums);
+  std::mt19937 rng(1000);
+  for (int r = 0; r < 5; ++r) {
+    Bytes in = random_block(rng, 125), out(128), want(128);
+    u32 outLen = 0, wantLen = 0;
+    ASSERT_EQ(hylorn::RSA_Private_Block(out.data(), &outLen, in.data(), 125, &odd), 0u);
+    ASSERT_EQ(hylorn::RSA_Private_Block(want.data(), &wantLen, in.data(), 125, &k.priv), 0u);
+    EXPECT_EQ(out, want);
+    EXPECT_EQ(Bytes(out.begin(), out.begin() + outLen), openssl_rsa(k.pkey.get(), Op::decrypt, RSA_NO_PADDING, in));
   }
 }
 
