@@ -53,4 +53,17 @@ u8* Digest_MD2(const u8* data, u32 length, u8* output);
 u8* Digest_MD5(const u8* data, u32 length, u8* output);
 u8* Digest_SHA1(const u8* data, u32 length, u8* output);
 
+// The body of the three one-shot forms: a context on the stack, the whole input, the
+// digest into output or, when output is null, into the digest's static buffer.
+template <class Ctx, void (*Init)(Ctx*), void (*Update)(Ctx*, const u8*, u32),
+          void (*Final)(u8*, Ctx*)>
+u8* one_shot_digest(const u8* data, u32 length, u8* output, u8* static_output) {
+  if (output == nullptr) output = static_output;
+  Ctx ctx;
+  Init(&ctx);
+  Update(&ctx, data, length);
+  Final(output, &ctx);
+  return output;
+}
+
 }  // namespace hylorn

@@ -100,12 +100,8 @@ void MD2_Final(u8 digest[16], MD2_CTX* ctx) {
 }
 
 u8* Digest_MD2(const u8* data, u32 length, u8* output) {
-  if (output == nullptr) output = md2_static_output;
-  MD2_CTX ctx;
-  MD2_Init(&ctx);
-  MD2_Update(&ctx, data, length);
-  MD2_Final(output, &ctx);
-  return output;
+  return one_shot_digest<MD2_CTX, MD2_Init, MD2_Update, MD2_Final>(data, length, output,
+                                                                  md2_static_output);
 }
 
 }  // namespace hylorn

@@ -139,12 +139,8 @@ void MD5_Final(u8 digest[16], MD5_CTX* ctx) {
 }
 
 u8* Digest_MD5(const u8* data, u32 length, u8* output) {
-  if (output == nullptr) output = md5_static_output;
-  MD5_CTX ctx;
-  MD5_Init(&ctx);
-  MD5_Update(&ctx, data, length);
-  MD5_Final(output, &ctx);
-  return output;
+  return one_shot_digest<MD5_CTX, MD5_Init, MD5_Update, MD5_Final>(data, length, output,
+                                                                   md5_static_output);
 }
 
 }  // namespace hylorn

@@ -114,12 +114,8 @@ void SHA1_Final(u8 digest[20], SHA1_CTX* ctx) {
 }
 
 u8* Digest_SHA1(const u8* data, u32 length, u8* output) {
-  if (output == nullptr) output = sha1_static_output;
-  SHA1_CTX ctx;
-  SHA1_Init(&ctx);
-  SHA1_Update(&ctx, data, length);
-  SHA1_Final(output, &ctx);
-  return output;
+  return one_shot_digest<SHA1_CTX, SHA1_Init, SHA1_Update, SHA1_Final>(data, length, output,
+                                                                       sha1_static_output);
 }
 
 }  // namespace hylorn
