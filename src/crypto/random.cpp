@@ -70,10 +70,24 @@ void system_entropy(u8* out, std::size_t n) {
   }
 }
 #else
+// Processor time of the process in milliseconds.
+u64 processor_ms() { return static_cast<u64>(std::clock()) * 1000u / CLOCKS_PER_SEC; }
+
 // Calendar second plus processor milliseconds (low 24 bits), wrapping at 32 bits.
-u32 clock_word() {
-  u64 ms = static_cast<u64>(std::clock()) * 1000u / CLOCKS_PER_SEC;
+u32 clock_word(u64 ms) {
   return static_cast<u32>(std::time(nullptr)) + static_cast<u32>(ms & 0xFFFFFF);
+}
+
+// Feeds clock words until the record is ready; ms_now gives each round's milliseconds.
+template <class Ms>
+void feed_clock_words(RANDOM_STATE* rs, Ms ms_now) {
+  Random_Init(rs);
+  while (rs->bytesNeeded != 0) {
+    u32 w = clock_word(ms_now());
+    u8 le[4] = {static_cast<u8>(w), static_cast<u8>(w >> 8), static_cast<u8>(w >> 16),
+                static_cast<u8>(w >> 24)};
+    Random_Update(rs, le, 4);
+  }
 }
 #endif
 
@@ -124,12 +138,14 @@ void Random_Seed_From_Clock(RANDOM_STATE* rs) {
   for (u32 at = 0; rs->bytesNeeded != 0; at += 4) Random_Update(rs, words + at, 4);
   secure_wipe_object(words);
 #else
-  while (rs->bytesNeeded != 0) {
-    u32 w = clock_word();
-    u8 le[4] = {static_cast<u8>(w), static_cast<u8>(w >> 8), static_cast<u8>(w >> 16),
-                static_cast<u8>(w >> 24)};
-    Random_Update(rs, le, 4);
-  }
+  // Reading processor time is a system call that costs far more than a round. It never
+  // runs backwards, so when it shows the same millisecond before and after the rounds,
+  // each round would have read that same value: the two reads stand for all 64 and the
+  // words are the ones round-by-round reads would give. When the millisecond turned in
+  // between, the rounds run again reading it each time.
+  const u64 before = processor_ms();
+  feed_clock_words(rs, [before] { return before; });
+  if (processor_ms() != before) feed_clock_words(rs, [] { return processor_ms(); });
 #endif
 }
 
