@@ -119,8 +119,7 @@ Cuts random_cuts(std::size_t total, std::mt19937& gen) {
   return cuts;
 }
 
-// Every length from 0 to 1000 against OpenSSL, one-shot and in random pieces; every
-// split of the lengths around the block and padding edges.
+// Every length from 0 to 1000 against OpenSSL, one-shot and in random pieces.
 TEST_P(Digest, Md5AndSha1MatchOpenSslForEveryLengthAndSplit) {
   std::mt19937 gen(11);
   const Bytes data = hylorn_test::random_bytes(gen, 1000);
@@ -131,9 +130,6 @@ TEST_P(Digest, Md5AndSha1MatchOpenSslForEveryLengthAndSplit) {
       Bytes want = hylorn_test::openssl_digest(algo->openssl(), m.data(), m.size());
       ASSERT_EQ(algo->digest(m), want) << algo->name << " length " << len;
       ASSERT_EQ(algo->stream(m, random_cuts(len, gen)), want) << algo->name << " " << len;
-      const bool edge = len < 200 && (len % 64 < 2 || len % 64 > 53);
-      for (std::size_t at = 0; edge && at <= len; ++at)
-        ASSERT_EQ(algo->stream(m, {at}), want) << algo->name << " " << len << "/" << at;
     }
   }
 }
@@ -164,7 +160,8 @@ TEST(DigestRules, BitCountCarriesIntoTheHighWord) {
   check_bit_count<hylorn::SHA1_CTX, hylorn::SHA1_Init, hylorn::SHA1_Update>();
 }
 
-// A null output lands in one static buffer per digest, overwritten by the next call.
+// A null output lands in one static buffer per digest, overwritten by the next call,
+// also through Crypt_Gen_Hash.
 TEST(DigestRules, NullOutputUsesOneStaticBufferPerDigest) {
   const Bytes abc = hylorn_test::bytes_of("abc");
   u8* md2 = hylorn::Digest_MD2(abc.data(), 3, nullptr);
@@ -176,6 +173,10 @@ TEST(DigestRules, NullOutputUsesOneStaticBufferPerDigest) {
   EXPECT_EQ(to_hex(sha1, 20), "a9993e364706816aba3e25717850c26c9cd0d89d");
   EXPECT_EQ(hylorn::Digest_MD5(nullptr, 0, nullptr), md5);
   EXPECT_EQ(to_hex(md5, 16), "d41d8cd98f00b204e9800998ecf8427e");
+  unsigned len = 0;  // the exported form passes a null digest pointer on
+  ASSERT_EQ(Crypt_Gen_Hash(3, nullptr, 0, nullptr, &len), 0);
+  EXPECT_EQ(len, 20u);
+  EXPECT_EQ(to_hex(sha1, 20), "da39a3ee5e6b4b0d3255bfef95601890afd80709");
 }
 
 const Bytes kFox = hylorn_test::bytes_of("The quick brown fox jumps over the lazy dog");
@@ -215,15 +216,6 @@ TEST(HashApi, RefusedNumbersWriteNothing) {
     EXPECT_EQ(len, 0xDEADBEEFu);
     EXPECT_EQ(out, Bytes(40, 0xEE));
   }
-}
-
-// A null digest pointer ends in the one-shot digest's static buffer.
-TEST(HashApi, NullDigestGoesToTheStaticBuffer) {
-  const unsigned char* shared = hylorn::Digest_SHA1(nullptr, 0, nullptr);
-  unsigned len = 0;
-  ASSERT_EQ(Crypt_Gen_Hash(3, kFox.data(), static_cast<unsigned>(kFox.size()), nullptr, &len), 0);
-  EXPECT_EQ(len, 20u);
-  EXPECT_EQ(Bytes(shared, shared + 20), hylorn_test::openssl_digest(EVP_sha1(), kFox.data(), kFox.size()));
 }
 
 }  // namespace

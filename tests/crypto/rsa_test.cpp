@@ -167,9 +167,11 @@ TEST(RsaPkcs1, PaddingComesFromTheStateOneNonZeroByteAtATime) {
 }
 
 // Input lengths beyond 117 bytes to pad or 128 to open (1030, no wrap-around of the
-// length test), and an input equal to the modulus (1025); *outLen is left alone.
-TEST(RsaPkcs1, LengthAndRangeRefusals) {
+// length test), an input equal to the modulus (1025), and the all-zero key a key slot
+// name signs with: refused, *outLen left alone. The wrappers answer only 1 or 0.
+TEST(RsaPkcs1, RefusalsAndWrappers) {
   const Keys& k = key1024();
+  const RSA_PRIVATE_KEY zero{};
   Bytes in(129, 0x01), out(128);
   hylorn::RANDOM_STATE* rs = hylorn::module_random_state();
   u32 len = 0xDEAD;
@@ -180,7 +182,13 @@ TEST(RsaPkcs1, LengthAndRangeRefusals) {
   EXPECT_EQ(hylorn::RSA_Private_Decrypt(out.data(), &len, in.data(), 129, &k.priv), kErrLen);
   EXPECT_EQ(hylorn::RSA_Public_Block(out.data(), &len, k.pub.modulus, 128, &k.pub), kErrData);
   EXPECT_EQ(hylorn::RSA_Private_Block(out.data(), &len, k.priv.modulus, 128, &k.priv), kErrData);
+  EXPECT_EQ(hylorn::Rsa_Pri_Enc(0, out.data(), &len, in.data(), 118, &k.priv), 0);
+  EXPECT_EQ(hylorn::Rsa_Pub_Enc(0, out.data(), &len, in.data(), 118, &k.pub), 0);
+  EXPECT_EQ(hylorn::Rsa_Pri_Enc(0, out.data(), &len, in.data(), 20, &zero), 0);
+  EXPECT_EQ(hylorn::Rsa_Pri_Dec(0, out.data(), &len, in.data(), 0, &zero), 0);
   EXPECT_EQ(len, 0xDEADu);
+  EXPECT_EQ(hylorn::Rsa_Pri_Enc(0, out.data(), &len, in.data(), 117, &k.priv), 1);
+  EXPECT_EQ(hylorn::Rsa_Pub_Enc(0, out.data(), &len, in.data(), 117, &k.pub), 1);
 }
 
 Bytes block_of(std::initializer_list<Bytes> parts) {
@@ -234,34 +242,16 @@ TEST(RsaPkcs1, OpeningChecksEveryPartOfTheBlock) {
   }
 }
 
-// The wrappers answer 1 or 0; an all-zero key (what a key slot name signs with) is
-// refused without a crash.
-TEST(RsaPkcs1, WrappersReportOnlySuccessOrFailure) {
-  const Keys& k = key1024();
-  Bytes in(118, 0x42), out(128), back(128);
-  u32 out_len = 0, back_len = 0;
-  EXPECT_EQ(hylorn::Rsa_Pri_Enc(0, out.data(), &out_len, in.data(), 118, &k.priv), 0);
-  EXPECT_EQ(hylorn::Rsa_Pub_Enc(0, out.data(), &out_len, in.data(), 118, &k.pub), 0);
-  EXPECT_EQ(hylorn::Rsa_Pri_Enc(0, out.data(), &out_len, in.data(), 117, &k.priv), 1);
-  EXPECT_EQ(hylorn::Rsa_Pub_Enc(0, out.data(), &out_len, in.data(), 117, &k.pub), 1);
-  EXPECT_EQ(hylorn::Rsa_Pri_Dec(0, back.data(), &back_len, out.data(), out_len, &k.priv), 1);
-  EXPECT_EQ(Bytes(back.begin(), back.begin() + back_len), Bytes(117, 0x42));
-  RSA_PRIVATE_KEY zero{};
-  EXPECT_EQ(hylorn::Rsa_Pri_Enc(0, out.data(), &out_len, in.data(), 20, &zero), 0);
-  EXPECT_EQ(hylorn::Rsa_Pri_Dec(0, out.data(), &out_len, in.data(), 0, &zero), 0);
-}
-
-// A fresh frame the size of what the private operation used, left as it was left.
-__attribute__((noinline)) Bytes stack_below() {
+// A fresh frame the size of what the private operation used: zeroed first, or read back
+// as that operation left it.
+__attribute__((noinline)) Bytes stack_area(bool scrub) {
   volatile unsigned char area[48 * 1024];
   Bytes copy(sizeof area);
-  for (std::size_t i = 0; i < sizeof area; ++i) copy[i] = area[i];
+  for (std::size_t i = 0; i < sizeof area; ++i) {
+    if (scrub) area[i] = 0;
+    copy[i] = area[i];
+  }
   return copy;
-}
-
-__attribute__((noinline)) void scrub_stack() {
-  volatile unsigned char area[48 * 1024];
-  for (std::size_t i = 0; i < sizeof area; ++i) area[i] = 0;
 }
 
 __attribute__((noinline)) void private_operation(const RSA_PRIVATE_KEY* key) {
@@ -279,9 +269,9 @@ TEST(RsaWipe, PrivateBlockLeavesNoKeyNumbersOnTheStack) {
 #endif
 #endif
   auto key = std::make_unique<RSA_PRIVATE_KEY>(key1024().priv);
-  scrub_stack();
+  stack_area(true);
   private_operation(key.get());
-  const Bytes stack = stack_below();
+  const Bytes stack = stack_area(false);
   auto holds = [&](const unsigned char* needle) {
     return std::search(stack.begin(), stack.end(), needle, needle + 16) != stack.end();
   };
