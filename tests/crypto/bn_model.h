@@ -109,8 +109,8 @@ class Operands {
 // Every Montgomery path this CPU runs.
 inline std::vector<hylorn::MontPath> mont_paths() {
   std::vector<hylorn::MontPath> paths;
-  for (auto p : {hylorn::MontPath::portable, hylorn::MontPath::mulx_adx,
-                 hylorn::MontPath::avx512_ifma})
+  for (auto p :
+       {hylorn::MontPath::portable, hylorn::MontPath::mulx_adx, hylorn::MontPath::avx512_ifma})
     if (hylorn::mont_path_available(p)) paths.push_back(p);
   return paths;
 }

@@ -51,15 +51,18 @@ struct Algo {
   }
 };
 
-const Algo kMd2{"md2", hylorn::Digest_MD2,
-                streamed<hylorn::MD2_CTX, hylorn::MD2_Init, hylorn::MD2_Update, hylorn::MD2_Final, 16>,
-                nullptr};
-const Algo kMd5{"md5", hylorn::Digest_MD5,
-                streamed<hylorn::MD5_CTX, hylorn::MD5_Init, hylorn::MD5_Update, hylorn::MD5_Final, 16>,
-                EVP_md5};
-const Algo kSha1{"sha1", hylorn::Digest_SHA1,
-                 streamed<hylorn::SHA1_CTX, hylorn::SHA1_Init, hylorn::SHA1_Update, hylorn::SHA1_Final, 20>,
-                 EVP_sha1};
+const Algo kMd2{
+    "md2", hylorn::Digest_MD2,
+    streamed<hylorn::MD2_CTX, hylorn::MD2_Init, hylorn::MD2_Update, hylorn::MD2_Final, 16>,
+    nullptr};
+const Algo kMd5{
+    "md5", hylorn::Digest_MD5,
+    streamed<hylorn::MD5_CTX, hylorn::MD5_Init, hylorn::MD5_Update, hylorn::MD5_Final, 16>,
+    EVP_md5};
+const Algo kSha1{
+    "sha1", hylorn::Digest_SHA1,
+    streamed<hylorn::SHA1_CTX, hylorn::SHA1_Init, hylorn::SHA1_Update, hylorn::SHA1_Final, 20>,
+    EVP_sha1};
 
 // Each test runs on every SHA-1 path; MD2 and MD5 have one path and run once.
 class Digest : public testing::TestWithParam<hylorn::Sha1Path> {
@@ -74,7 +77,8 @@ class Digest : public testing::TestWithParam<hylorn::Sha1Path> {
 };
 
 INSTANTIATE_TEST_SUITE_P(Sha1Paths, Digest,
-                         testing::Values(hylorn::Sha1Path::portable, hylorn::Sha1Path::sha_extensions));
+                         testing::Values(hylorn::Sha1Path::portable,
+                                         hylorn::Sha1Path::sha_extensions));
 
 // RFC 1319, RFC 1321 and FIPS 180-1: one-shot, byte by byte, with empty calls, and in
 // two calls split at every offset (one million 'a': one-shot and split once). Guards the
@@ -141,8 +145,8 @@ void check_bit_count() {
   const u8 data[3] = {1, 2, 3};
   const struct {
     u32 low, high, add;
-  } cases[] = {{0xFFFFFFF0u, 0, 3}, {0xFFFFFFE8u, 7, 3}, {0x7FFFFFF0u, 0, 3},
-               {0xFFFFFFFFu, 0xFFFFFFFFu, 1}};
+  } cases[] = {
+      {0xFFFFFFF0u, 0, 3}, {0xFFFFFFE8u, 7, 3}, {0x7FFFFFF0u, 0, 3}, {0xFFFFFFFFu, 0xFFFFFFFFu, 1}};
   for (const auto& c : cases) {
     Ctx ctx;
     Init(&ctx);
@@ -186,13 +190,16 @@ const Bytes kFox = hylorn_test::bytes_of("The quick brown fox jumps over the laz
 TEST(HashApi, AcceptedNumbersGiveTheDigestAndItsDigestInfo) {
   const std::string md2 = "03d85a0d629d2c442e987525319fc471";  // the published MD2 of kFox
   const std::string md5 = to_hex(hylorn_test::openssl_digest(EVP_md5(), kFox.data(), kFox.size()));
-  const std::string sha1 = to_hex(hylorn_test::openssl_digest(EVP_sha1(), kFox.data(), kFox.size()));
-  const std::string p2 = "3020300c06082a864886f70d020205000410", p5 = "3020300c06082a864886f70d020505000410",
+  const std::string sha1 =
+      to_hex(hylorn_test::openssl_digest(EVP_sha1(), kFox.data(), kFox.size()));
+  const std::string p2 = "3020300c06082a864886f70d020205000410",
+                    p5 = "3020300c06082a864886f70d020505000410",
                     p1 = "3021300906052b0e03021a05000414";
   const struct {
     int alg;
     std::string digest, prefix;
-  } cases[] = {{1, md2, p2}, {7, md2, p2}, {2, md5, p5}, {5, md5, p5}, {3, sha1, p1}, {6, sha1, p1}};
+  } cases[] = {{1, md2, p2}, {7, md2, p2},  {2, md5, p5},
+               {5, md5, p5}, {3, sha1, p1}, {6, sha1, p1}};
   for (const auto& c : cases) {
     Bytes out(40, 0xEE), enc(40, 0xEE);
     unsigned len = 0, enc_len = 0;
@@ -200,7 +207,9 @@ TEST(HashApi, AcceptedNumbersGiveTheDigestAndItsDigestInfo) {
     ASSERT_EQ(Crypt_Gen_Hash(c.alg, kFox.data(), n, out.data(), &len), 0);
     ASSERT_EQ(Crypt_Gen_Encoded_Hash(c.alg, kFox.data(), n, enc.data(), &enc_len), 0);
     EXPECT_EQ(to_hex(out), c.digest + std::string(80 - c.digest.size(), 'e')) << c.alg;
-    EXPECT_EQ(to_hex(enc), c.prefix + c.digest + std::string(80 - c.prefix.size() - c.digest.size(), 'e')) << c.alg;
+    EXPECT_EQ(to_hex(enc),
+              c.prefix + c.digest + std::string(80 - c.prefix.size() - c.digest.size(), 'e'))
+        << c.alg;
     EXPECT_EQ(len, c.digest.size() / 2);
     EXPECT_EQ(enc_len, (c.prefix.size() + c.digest.size()) / 2);
   }

@@ -36,7 +36,8 @@ class ModelGenerator {
   // A zero state after `rounds` updates with the same block.
   static ModelGenerator seeded(const Bytes& block, int rounds) {
     ModelGenerator g;
-    for (int i = 0; i < rounds; ++i) g.state_ = add_be128(g.state_, md5_block(block.data(), block.size()));
+    for (int i = 0; i < rounds; ++i)
+      g.state_ = add_be128(g.state_, md5_block(block.data(), block.size()));
     return g;
   }
   const Block16& state() const { return state_; }

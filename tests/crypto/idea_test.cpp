@@ -102,7 +102,8 @@ TEST_P(IdeaEngine, PublishedVectors) {
 // around the lane widths, against libgcrypt both ways, and in place.
 TEST_P(IdeaEngine, MatchesLibgcrypt) {
   std::mt19937 rng(1234);
-  std::vector<Bytes> keys = {Bytes(16, 0x00), Bytes(16, 0xFF), from_hex("00010001000100010001000100010001")};
+  std::vector<Bytes> keys = {Bytes(16, 0x00), Bytes(16, 0xFF),
+                             from_hex("00010001000100010001000100010001")};
   for (int i = 0; i < 6; ++i) keys.push_back(random_bytes(rng, 16));
   for (const Bytes& key : keys) {
     for (std::size_t count : {1, 7, 8, 9, 15, 16, 17, 25, 33, 100}) {
@@ -147,16 +148,16 @@ TEST(IdeaChunk, LengthSelectorAndPaddingRules) {
     int selector, len, result, worker;
     int data_len;  // on success: plaintext bytes
   } cases[] = {
-      {true, 1, 4096, 0, 0, 4096},     {true, 2, 4096, 0, 0, 4096},     {true, 1, 4095, 195, -61, 0},
-      {true, 2, 4097, 195, -61, 0},    {true, 1, 0, 195, -61, 0},       {true, 3, 0, 0, 0, 0},
-      {true, 4, 1, 0, 0, 1},           {true, 3, 7, 0, 0, 7},           {true, 4, 8, 0, 0, 8},
-      {true, 3, 4095, 0, 0, 4095},     {true, 4, 4096, 0, 0, 4096},     {true, 3, 4097, 196, -60, 0},
-      {true, 4, -1, 196, -60, 0},      {true, 0, 8, -1, -1, 0},         {true, 5, 8, -1, -1, 0},
-      {false, 1, 4096, 0, 0, 4096},    {false, 2, 4096, 0, 0, 4096},    {false, 3, 8, 0, 0, 0},
-      {false, 4, 16, 0, 0, 9},         {false, 3, 4096, 0, 0, 4095},    {false, 1, 4088, 201, -61, 0},
-      {false, 2, 4104, 201, -61, 0},   {false, 1, 4095, 201, -61, 0},   {false, 3, 12, 201, -60, 0},
-      {false, 4, -4, 201, -60, 0},     {false, 4, 4104, 196, -60, 0},   {false, 3, -8, 196, -60, 0},
-      {false, 3, 0, -59, -59, 0},      {false, 0, 8, -1, -1, 0},        {false, 5, 4096, -1, -1, 0},
+      {true, 1, 4096, 0, 0, 4096},   {true, 2, 4096, 0, 0, 4096},   {true, 1, 4095, 195, -61, 0},
+      {true, 2, 4097, 195, -61, 0},  {true, 1, 0, 195, -61, 0},     {true, 3, 0, 0, 0, 0},
+      {true, 4, 1, 0, 0, 1},         {true, 3, 7, 0, 0, 7},         {true, 4, 8, 0, 0, 8},
+      {true, 3, 4095, 0, 0, 4095},   {true, 4, 4096, 0, 0, 4096},   {true, 3, 4097, 196, -60, 0},
+      {true, 4, -1, 196, -60, 0},    {true, 0, 8, -1, -1, 0},       {true, 5, 8, -1, -1, 0},
+      {false, 1, 4096, 0, 0, 4096},  {false, 2, 4096, 0, 0, 4096},  {false, 3, 8, 0, 0, 0},
+      {false, 4, 16, 0, 0, 9},       {false, 3, 4096, 0, 0, 4095},  {false, 1, 4088, 201, -61, 0},
+      {false, 2, 4104, 201, -61, 0}, {false, 1, 4095, 201, -61, 0}, {false, 3, 12, 201, -60, 0},
+      {false, 4, -4, 201, -60, 0},   {false, 4, 4104, 196, -60, 0}, {false, 3, -8, 196, -60, 0},
+      {false, 3, 0, -59, -59, 0},    {false, 0, 8, -1, -1, 0},      {false, 5, 4096, -1, -1, 0},
   };
   hylorn::IdeaSchedule enc, dec;
   hylorn::idea_encrypt_schedule(kKey.data(), &enc);
@@ -173,11 +174,19 @@ TEST(IdeaChunk, LengthSelectorAndPaddingRules) {
     Bytes out(4200, kUntouched), by_worker(4200, kUntouched);
     u16 out_len = kNoLen, worker_len = kNoLen;
     if (c.encrypt) {
-      ASSERT_EQ(hylorn::Idea_Encrypt_Chunk(c.selector, in.data(), c.len, out.data(), &out_len, kKey.data()), c.result);
-      EXPECT_EQ(hylorn::idea_encrypt_chunk_worker(c.selector, in.data(), c.len, by_worker.data(), &worker_len, enc), c.worker);
+      ASSERT_EQ(hylorn::Idea_Encrypt_Chunk(c.selector, in.data(), c.len, out.data(), &out_len,
+                                           kKey.data()),
+                c.result);
+      EXPECT_EQ(hylorn::idea_encrypt_chunk_worker(c.selector, in.data(), c.len, by_worker.data(),
+                                                  &worker_len, enc),
+                c.worker);
     } else {
-      ASSERT_EQ(hylorn::Idea_Decrypt_Chunk(c.selector, out.data(), &out_len, in.data(), c.len, kKey.data()), c.result);
-      EXPECT_EQ(hylorn::idea_decrypt_chunk_worker(c.selector, by_worker.data(), &worker_len, in.data(), c.len, dec), c.worker);
+      ASSERT_EQ(hylorn::Idea_Decrypt_Chunk(c.selector, out.data(), &out_len, in.data(), c.len,
+                                           kKey.data()),
+                c.result);
+      EXPECT_EQ(hylorn::idea_decrypt_chunk_worker(c.selector, by_worker.data(), &worker_len,
+                                                  in.data(), c.len, dec),
+                c.worker);
     }
     EXPECT_EQ(out_len, c.result != 0 ? kNoLen : expected.size());
     EXPECT_EQ(worker_len, out_len);
@@ -217,18 +226,21 @@ TEST(IdeaChunk, PaddingMarkerSearch) {
 // padding block alone).
 TEST(IdeaData, EncryptAndDecryptAcrossChunkBoundaries) {
   std::mt19937 rng(5);
-  for (std::size_t len : {0, 1, 7, 8, 9, 4087, 4088, 4095, 4096, 4097, 4103, 4104, 4105, 8191,
-                          8192, 8193, 12289}) {
+  for (std::size_t len :
+       {0, 1, 7, 8, 9, 4087, 4088, 4095, 4096, 4097, 4103, 4104, 4105, 8191, 8192, 8193, 12289}) {
     SCOPED_TRACE(len);
     const Bytes data = random_bytes(rng, len), expected = gcrypt_ecb(kKey, padded(data), true);
     Bytes enc(len + 8, kUntouched), exported(len + 8, kUntouched), dec(len + 8, kUntouched);
     u32 enc_len = 0, exported_len = 0, dec_len = 0;
-    ASSERT_EQ(hylorn::Idea_Encrypt_Data(enc.data(), &enc_len, data.data(), u32(len), kKey.data(), 16), 1);
+    ASSERT_EQ(
+        hylorn::Idea_Encrypt_Data(enc.data(), &enc_len, data.data(), u32(len), kKey.data(), 16), 1);
     ASSERT_EQ(enc_len, expected.size());
     expect_output(enc, expected);
-    ASSERT_EQ(Crypt_Enc_Data_S(data.data(), u32(len), exported.data(), &exported_len, kKey.data()), 0u);
+    ASSERT_EQ(Crypt_Enc_Data_S(data.data(), u32(len), exported.data(), &exported_len, kKey.data()),
+              0u);
     EXPECT_EQ(exported, enc);
-    ASSERT_EQ(hylorn::Idea_Decrypt_Data(dec.data(), &dec_len, enc.data(), enc_len, kKey.data(), 16), 1);
+    ASSERT_EQ(hylorn::Idea_Decrypt_Data(dec.data(), &dec_len, enc.data(), enc_len, kKey.data(), 16),
+              1);
     ASSERT_EQ(dec_len, len);
     expect_output(dec, data);
     std::fill(dec.begin(), dec.end(), kUntouched);
@@ -251,9 +263,9 @@ TEST(IdeaData, FailuresAndTheLastErrorWord) {
     u32 last_error;
     std::size_t written;  // leading output bytes written before the failure
   } cases[] = {
-      {true, 8, 15, false, kErrKeyLen, 0},       {true, 8, 17, false, kErrKeyLen, 0},
-      {false, 4104, 15, false, kErrKeyLen, 0},   {false, 12, 17, false, kErrKeyLen, 0},
-      {false, 0, 16, false, kErrDecrypt, 0},     {false, 12, 16, false, kErrDecrypt, 0},
+      {true, 8, 15, false, kErrKeyLen, 0},         {true, 8, 17, false, kErrKeyLen, 0},
+      {false, 4104, 15, false, kErrKeyLen, 0},     {false, 12, 17, false, kErrKeyLen, 0},
+      {false, 0, 16, false, kErrDecrypt, 0},       {false, 12, 16, false, kErrDecrypt, 0},
       {false, 4100, 16, false, kErrDecrypt, 4096}, {false, 4104, 16, true, kErrDecrypt, 4096},
   };
   std::mt19937 rng(6);

@@ -80,7 +80,8 @@ TEST_P(KeyGeneration, FollowsTheWalkAndMakesAConsistentKey) {
   Bn e_bn = hylorn_test::bn_word(e), mp = model_prime(gen, pBits, bytes, e_bn.get()),
      mq = model_prime(gen, c.bits - pBits, bytes, e_bn.get());
   if (BN_cmp(mp.get(), mq.get()) < 0) std::swap(mp, mq);
-  Bn n = field_bn(pub.modulus, 128), p = field_bn(priv.prime[0], 64), q = field_bn(priv.prime[1], 64);
+  Bn n = field_bn(pub.modulus, 128), p = field_bn(priv.prime[0], 64),
+     q = field_bn(priv.prime[1], 64);
   EXPECT_EQ(hylorn_test::hex(p), hylorn_test::hex(mp));
   EXPECT_EQ(hylorn_test::hex(q), hylorn_test::hex(mq));
   EXPECT_EQ(BN_cmp(p.get(), q.get()), 1);
@@ -130,8 +131,8 @@ TEST(PrimeTests, SmallFactorsFermatAndCoprimality) {
     MP_DIGIT a;
     int small_factor, fermat;
   } cases[] = {
-      {3, 0, 1},    {11, 0, 1},   {9, 1, 0},    {55, 1, 0},   {13, 0, 1},    {169, 0, 0},
-      {341, 1, 1},  {561, 1, 1},  {1387, 0, 1}, {2047, 0, 1}, {4033, 0, 1},  {4681, 0, 1},
+      {3, 0, 1},    {11, 0, 1},    {9, 1, 0},    {55, 1, 0},   {13, 0, 1},    {169, 0, 0},
+      {341, 1, 1},  {561, 1, 1},   {1387, 0, 1}, {2047, 0, 1}, {4033, 0, 1},  {4681, 0, 1},
       {8321, 0, 1}, {29341, 0, 1}, {4031, 0, 0}, {2039, 0, 1}, {65537, 0, 1}, {1, 0, 0},
   };
   hylorn::RANDOM_STATE rs;

@@ -47,13 +47,17 @@ TEST_P(MpBySize, AddSubMultShiftAndDigitMultiplesMatchBn) {
     BN_add(want.get(), bb.get(), bc.get());
     EXPECT_EQ(hex(with_word(a, hylorn::MP_Add(a.data(), a.data(), c.data(), n32()), 1)), hex(want));
     BN_sub(want.get(), bb.get(), bc.get());
-    EXPECT_EQ(hex(with_word(a, hylorn::MP_Sub(a.data(), b.data(), c.data(), n32()), -1)), hex(want));
+    EXPECT_EQ(hex(with_word(a, hylorn::MP_Sub(a.data(), b.data(), c.data(), n32()), -1)),
+              hex(want));
     BN_lshift(want.get(), bb.get(), static_cast<int>(s));
     EXPECT_EQ(hex(with_word(a, hylorn::MP_LShift(a.data(), b.data(), s, n32()), 1)), hex(want));
     BN_add(want.get(), bb.get(), mc.get());
-    EXPECT_EQ(hex(with_word(a, hylorn::MP_AddDigitMult(a.data(), b.data(), m, c.data(), n32()), 1)), hex(want));
+    EXPECT_EQ(hex(with_word(a, hylorn::MP_AddDigitMult(a.data(), b.data(), m, c.data(), n32()), 1)),
+              hex(want));
     BN_sub(want.get(), bb.get(), mc.get());
-    EXPECT_EQ(hex(with_word(a, hylorn::MP_SubDigitMult(a.data(), b.data(), m, c.data(), n32()), -1)), hex(want));
+    EXPECT_EQ(
+        hex(with_word(a, hylorn::MP_SubDigitMult(a.data(), b.data(), m, c.data(), n32()), -1)),
+        hex(want));
     BN_rshift(want.get(), bb.get(), static_cast<int>(s));
     EXPECT_EQ(hylorn::MP_RShift(a.data(), b.data(), s, n32()), s == 0 ? 0 : b[0] << (32 - s));
     EXPECT_EQ(a, from_bn(want.get(), n()));
@@ -192,8 +196,12 @@ TEST(MpEdge, ModExpCornerCases) {
   const struct {
     Digits b, c, d, want;
   } cases[] = {
-      {{5}, {0}, {1}, {1}},           {{5, 0}, {0}, {0, 0}, {1, 0}}, {{5}, {3}, {1}, {0}},
-      {{10}, {1}, {7}, {3}},          {{2}, {5}, {3}, {2}},          {{9}, {2}, {8}, {1}},
+      {{5}, {0}, {1}, {1}},
+      {{5, 0}, {0}, {0, 0}, {1, 0}},
+      {{5}, {3}, {1}, {0}},
+      {{10}, {1}, {7}, {3}},
+      {{2}, {5}, {3}, {2}},
+      {{9}, {2}, {8}, {1}},
       {{0xFFFFFFFFu, 0xFFFFFFFFu}, {3}, {0xFFFFFFFFu, 0}, {0, 0}},  // wide base, narrow modulus
   };
   for (const auto& k : cases) {
@@ -221,16 +229,25 @@ TEST(MpEdge, ZeroCountsShiftLimitsAndPowersOfTwo) {
   EXPECT_EQ(a, (Digits{0, 0}));
 }
 
-// x mod d for a random x, sometimes d - 1 or all-ones limbs reduced.
-Digits below(Operands& ops, const Bn& d, std::size_t digits, BN_CTX* ctx) {
+// x mod m for a random x, sometimes m - 1, all-ones limbs or `also`.
+Digits below(Operands& ops, const BIGNUM* m, std::size_t digits, BN_CTX* ctx,
+             const BIGNUM* also = nullptr) {
   Bn x = to_bn(ops.number(digits));
   switch (ops.below(6)) {
-    case 0: BN_sub(x.get(), d.get(), BN_value_one()); break;
+    case 0: BN_sub(x.get(), m, BN_value_one()); break;
     case 1: x = to_bn(Digits(digits, 0xFFFFFFFFu)); break;
-    default: break;
+    case 2: BN_copy(x.get(), also != nullptr ? also : x.get()); break;
   }
-  BN_mod(x.get(), x.get(), d.get(), ctx);
+  BN_mod(x.get(), x.get(), m, ctx);
   return from_bn(x.get(), digits);
+}
+
+// a b / R mod d, given R^-1 mod d.
+Bn mont_model(const Digits& a, const Digits& b, const BIGNUM* d, const BIGNUM* rinv, BN_CTX* ctx) {
+  Bn v = new_bn();
+  BN_mod_mul(v.get(), to_bn(a).get(), to_bn(b).get(), d, ctx);
+  BN_mod_mul(v.get(), v.get(), rinv, d, ctx);
+  return v;
 }
 
 // a b R^-1 mod d for the product and square kernels of every path, at the sizes with
@@ -249,18 +266,17 @@ TEST(MontProduct, KernelsOfEveryPathMatchBn) {
         if (r % 5 == 1) dd.back() = 1;  // the smallest top limb
         Bn d = to_bn(dd);
         BN_mod_inverse(rinv.get(), radix.get(), d.get(), ctx.get());
-        Digits a = r % 3 == 0 ? ops.number(digits) : below(ops, d, digits, ctx.get());
-        Digits b = below(ops, d, digits, ctx.get()), s = below(ops, d, digits, ctx.get());
-        for (bool square : {false, true}) {
-          const Digits& x = square ? s : a;
-          const Digits& y = square ? s : b;
-          Digits got(digits);
-          hylorn::mont_product(got.data(), x.data(), y.data(), dd.data(), u32_of(digits));
-          Bn want = new_bn();
-          BN_mod_mul(want.get(), to_bn(x).get(), to_bn(y).get(), d.get(), ctx.get());
-          BN_mod_mul(want.get(), want.get(), rinv.get(), d.get(), ctx.get());
-          EXPECT_EQ(got, from_bn(want.get(), digits)) << digits << " digits, round " << r << (square ? " square" : "");
-        }
+        Digits a = r % 3 == 0 ? ops.number(digits) : below(ops, d.get(), digits, ctx.get());
+        Digits b = below(ops, d.get(), digits, ctx.get()),
+               s = below(ops, d.get(), digits, ctx.get());
+        Digits product(digits), square(digits);
+        hylorn::mont_product(product.data(), a.data(), b.data(), dd.data(), u32_of(digits));
+        hylorn::mont_product(square.data(), s.data(), s.data(), dd.data(), u32_of(digits));
+        const auto where = testing::Message() << digits << " digits, round " << r;
+        EXPECT_EQ(product, from_bn(mont_model(a, b, d.get(), rinv.get(), ctx.get()).get(), digits))
+            << where;
+        EXPECT_EQ(square, from_bn(mont_model(s, s, d.get(), rinv.get(), ctx.get()).get(), digits))
+            << where;
       }
     }
   }
@@ -276,32 +292,20 @@ TEST(MontProduct, IfmaKernelMatchesBnBelowTwiceTheModulus) {
     GTEST_SKIP() << "no AVX-512 IFMA";
   hylorn_test::BnCtx ctx(BN_CTX_new());
   Operands ops(37);
-  Bn radix = bn_power_of_two(520), rinv = new_bn();
+  Bn radix = bn_power_of_two(520), rinv = new_bn(), twice = new_bn(), reduced = new_bn();
   for (int r = 0; r < 1000; ++r) {
     Digits dd = r % 4 == 0 ? Digits(16, 0xFFFFFFFFu) : ops.odd(16);
     if (r % 4 == 1) dd.back() = 0x80000000u;
     if (r % 8 == 2) dd.assign(16, 0), dd[0] = 0xFFFFFFFFu, dd[1] = 0xFFFFFu;  // 52 bits of ones
     dd[0] |= 1;
-    Bn d = to_bn(dd), twice = new_bn();
+    Bn d = to_bn(dd);
     BN_lshift1(twice.get(), d.get());
     BN_mod_inverse(rinv.get(), radix.get(), d.get(), ctx.get());
-    auto operand = [&]() {
-      Bn x = to_bn(ops.number(17));
-      switch (ops.below(5)) {
-        case 0: BN_sub(x.get(), twice.get(), BN_value_one()); break;
-        case 1: BN_copy(x.get(), d.get()); break;
-        default: BN_mod(x.get(), x.get(), twice.get(), ctx.get());
-      }
-      return x;
-    };
-    Bn a = operand(), b = operand(), want = new_bn(), reduced = new_bn();
-    Digits got(17);
-    ASSERT_TRUE(hylorn::mont_ifma_product(got.data(), from_bn(a.get(), 17).data(),
-                                          from_bn(b.get(), 17).data(), dd.data()));
-    BN_mod_mul(want.get(), a.get(), b.get(), d.get(), ctx.get());
-    BN_mod_mul(want.get(), want.get(), rinv.get(), d.get(), ctx.get());
+    Digits a = below(ops, twice.get(), 17, ctx.get(), d.get());
+    Digits b = below(ops, twice.get(), 17, ctx.get(), d.get()), got(17);
+    ASSERT_TRUE(hylorn::mont_ifma_product(got.data(), a.data(), b.data(), dd.data()));
     BN_mod(reduced.get(), to_bn(got).get(), d.get(), ctx.get());
-    EXPECT_EQ(BN_cmp(reduced.get(), want.get()), 0) << "round " << r;
+    EXPECT_EQ(hex(reduced), hex(mont_model(a, b, d.get(), rinv.get(), ctx.get()))) << "round " << r;
     EXPECT_LT(BN_cmp(to_bn(got).get(), twice.get()), 0) << "round " << r;
   }
 }

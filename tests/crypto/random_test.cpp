@@ -134,8 +134,10 @@ TEST(Random, AnySplitOfTheDrawsGivesTheSameStream) {
 // 2531011 (mod 2^32), (seed >> 16) & 0x7FFF: 38, 41 and 28462 for seeds 0, 1 and
 // 1700000000; large seeds wrap.
 TEST(RandomSeed, TimeByteIsTheFirstValueOfTheLinearCongruentialGenerator) {
-  const std::pair<u32, u8> cases[] = {{0, 38}, {1, 41}, {1700000000u, 46}, {0x7FFFFFFFu, 35}, {0xFFFFFFFFu, 35}};
-  for (auto [seconds, byte] : cases) EXPECT_EQ(hylorn::seed_byte_from_time(seconds), byte) << seconds;
+  const std::pair<u32, u8> cases[] = {
+      {0, 38}, {1, 41}, {1700000000u, 46}, {0x7FFFFFFFu, 35}, {0xFFFFFFFFu, 35}};
+  for (auto [seconds, byte] : cases)
+    EXPECT_EQ(hylorn::seed_byte_from_time(seconds), byte) << seconds;
 }
 
 // Seeding from a byte is Init and 256 rounds of that byte; from the time, the same with
@@ -184,7 +186,8 @@ TEST(RandomSeed, FromClockFeedsLittleEndianClockWords) {
     hylorn::Random_Seed_From_Clock(&rs);
     if (clock_word_now() != w) continue;
     EXPECT_EQ(rs.bytesNeeded, 0u);
-    EXPECT_EQ(state_of(rs), ModelGenerator::seeded({u8(w), u8(w >> 8), u8(w >> 16), u8(w >> 24)}, 64).state());
+    EXPECT_EQ(state_of(rs),
+              ModelGenerator::seeded({u8(w), u8(w >> 8), u8(w >> 16), u8(w >> 24)}, 64).state());
     return;
   }
   ADD_FAILURE() << "the clock never held still for one seeding";
@@ -202,7 +205,8 @@ TEST(RandomBytes, LengthRules) {
     module->bytesNeeded = 99;
     EXPECT_EQ(Crypt_Gen_RandomBytes(buf.data(), len), 0u);
     EXPECT_EQ(module->bytesNeeded, 0u);
-    EXPECT_EQ(std::vector<u8>(buf.begin() + written, buf.end()), std::vector<u8>(300 - written, 0xC3));
+    EXPECT_EQ(std::vector<u8>(buf.begin() + written, buf.end()),
+              std::vector<u8>(300 - written, 0xC3));
     if (accepted) {
       u32 used = 16 - module->outputAvailable;
       EXPECT_EQ(used, (len - 1) % 16 + 1);

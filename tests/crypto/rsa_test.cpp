@@ -42,8 +42,10 @@ Bytes private_block(const RSA_PRIVATE_KEY& key, const Bytes& in) {
 class RawBlocks : public testing::TestWithParam<std::tuple<unsigned, unsigned long>> {};
 
 INSTANTIATE_TEST_SUITE_P(KeySizes, RawBlocks,
-                         testing::Values(std::make_tuple(1024u, 65537ul), std::make_tuple(1024u, 3ul),
-                                         std::make_tuple(1023u, 65537ul), std::make_tuple(768u, 65537ul),
+                         testing::Values(std::make_tuple(1024u, 65537ul),
+                                         std::make_tuple(1024u, 3ul),
+                                         std::make_tuple(1023u, 65537ul),
+                                         std::make_tuple(768u, 65537ul),
                                          std::make_tuple(516u, 3ul)));
 
 // Random inputs below n (zero top byte) through both raw operations on every path.
@@ -125,7 +127,8 @@ TEST(RsaPkcs1, OpenSslReadsOurBlocksAndWeReadTheirs) {
     EXPECT_EQ(opened(), data);
 
     ASSERT_EQ(hylorn::RSA_Public_Encrypt(out.data(), &out_len, data.data(), n, &k.pub,
-                                         hylorn::module_random_state()), 0u);
+                                         hylorn::module_random_state()),
+              0u);
     EXPECT_EQ(hylorn_test::openssl_decrypt(pkey, out), data);
     ASSERT_EQ(hylorn::RSA_Private_Decrypt(back.data(), &back_len, out.data(), out_len, &k.priv),
               n == 0 ? kErrData : 0u);
@@ -162,7 +165,8 @@ TEST(RsaPkcs1, PaddingComesFromTheStateOneNonZeroByteAtATime) {
 
   hylorn::Random_Init(&rs);
   out_len = 7;
-  EXPECT_EQ(hylorn::RSA_Public_Encrypt(out.data(), &out_len, data.data(), 20, &k.pub, &rs), kNeedRandom);
+  EXPECT_EQ(hylorn::RSA_Public_Encrypt(out.data(), &out_len, data.data(), 20, &k.pub, &rs),
+            kNeedRandom);
   EXPECT_EQ(out_len, 7u);
 }
 
@@ -177,7 +181,8 @@ TEST(RsaPkcs1, RefusalsAndWrappers) {
   u32 len = 0xDEAD;
   EXPECT_EQ(hylorn::RSA_Private_Encrypt(out.data(), &len, in.data(), 118, &k.priv), kErrLen);
   EXPECT_EQ(hylorn::RSA_Public_Encrypt(out.data(), &len, in.data(), 118, &k.pub, rs), kErrLen);
-  EXPECT_EQ(hylorn::RSA_Public_Encrypt(out.data(), &len, in.data(), 0xFFFFFFF8u, &k.pub, rs), kErrLen);
+  EXPECT_EQ(hylorn::RSA_Public_Encrypt(out.data(), &len, in.data(), 0xFFFFFFF8u, &k.pub, rs),
+            kErrLen);
   EXPECT_EQ(hylorn::RSA_Public_Decrypt(out.data(), &len, in.data(), 129, &k.pub), kErrLen);
   EXPECT_EQ(hylorn::RSA_Private_Decrypt(out.data(), &len, in.data(), 129, &k.priv), kErrLen);
   EXPECT_EQ(hylorn::RSA_Public_Block(out.data(), &len, k.pub.modulus, 128, &k.pub), kErrData);
@@ -210,14 +215,16 @@ TEST(RsaPkcs1, OpeningChecksEveryPartOfTheBlock) {
     Bytes block;
     u32 status, out_len;
   } cases[] = {
-      {"1: seven padding bytes", true, block_of({t1, Bytes(7, 0xFF), z, Bytes(118, 7)}), kErrData, 118},
+      {"1: seven padding bytes", true, block_of({t1, Bytes(7, 0xFF), z, Bytes(118, 7)}), kErrData,
+       118},
       {"1: eight padding bytes", true, block_of({t1, ff, z, Bytes(117, 7)}), 0, 117},
       {"1: empty data", true, block_of({t1, Bytes(125, 0xFF), z}), 0, 0},
       {"1: no separator", true, block_of({t1, Bytes(126, 0xFF)}), kErrData, kept},
       {"1: bad padding byte", true, block_of({t1, ff, {0xFE}, z, Bytes(116, 7)}), kErrData, kept},
       {"1: block type 2", true, block_of({t2, ff, z, Bytes(117, 7)}), kErrData, kept},
       {"1: leading byte", true, block_of({{0x01, 0x01}, ff, z, Bytes(117, 7)}), kErrData, kept},
-      {"2: seven padding bytes", false, block_of({t2, Bytes(7, 0x9C), z, Bytes(118, 7)}), kErrData, 118},
+      {"2: seven padding bytes", false, block_of({t2, Bytes(7, 0x9C), z, Bytes(118, 7)}), kErrData,
+       118},
       {"2: eight padding bytes", false, block_of({t2, rnd, z, Bytes(117, 7)}), 0, 117},
       {"2: separator last", false, block_of({t2, Bytes(125, 0x9C), z}), kErrData, kept},
       {"2: no separator", false, block_of({t2, Bytes(126, 0x9C)}), kErrData, kept},
@@ -235,7 +242,8 @@ TEST(RsaPkcs1, OpeningChecksEveryPartOfTheBlock) {
               c.status);
     EXPECT_EQ(out_len, c.out_len);
     const std::size_t shown = c.status == 0 ? out_len : 0;
-    EXPECT_EQ(out, block_of({Bytes(c.block.end() - shown, c.block.end()), Bytes(128 - shown, 0xEE)}));
+    EXPECT_EQ(out,
+              block_of({Bytes(c.block.end() - shown, c.block.end()), Bytes(128 - shown, 0xEE)}));
     EXPECT_EQ(c.type1 ? hylorn::Rsa_Pub_Dec(0, out.data(), &out_len, in.data(), 128, &k.pub)
                       : hylorn::Rsa_Pri_Dec(0, out.data(), &out_len, in.data(), 128, &k.priv),
               c.status == 0 ? 1 : 0);

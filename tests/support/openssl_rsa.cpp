@@ -64,8 +64,8 @@ EvpKey openssl_keygen(unsigned bits, unsigned long e) {
 
 EvpKey key_from_numbers(const std::array<Bytes, 8>& numbers) {
   static const char* const names[] = {
-      OSSL_PKEY_PARAM_RSA_N,         OSSL_PKEY_PARAM_RSA_E,         OSSL_PKEY_PARAM_RSA_D,
-      OSSL_PKEY_PARAM_RSA_FACTOR1,   OSSL_PKEY_PARAM_RSA_FACTOR2,   OSSL_PKEY_PARAM_RSA_EXPONENT1,
+      OSSL_PKEY_PARAM_RSA_N,         OSSL_PKEY_PARAM_RSA_E,           OSSL_PKEY_PARAM_RSA_D,
+      OSSL_PKEY_PARAM_RSA_FACTOR1,   OSSL_PKEY_PARAM_RSA_FACTOR2,     OSSL_PKEY_PARAM_RSA_EXPONENT1,
       OSSL_PKEY_PARAM_RSA_EXPONENT2, OSSL_PKEY_PARAM_RSA_COEFFICIENT1};
   OSSL_PARAM_BLD* bld = OSSL_PARAM_BLD_new();
   std::array<BIGNUM*, 8> bns{};
@@ -85,18 +85,10 @@ EvpKey key_from_numbers(const std::array<Bytes, 8>& numbers) {
   return EvpKey(key);
 }
 
-Bytes public_der(EVP_PKEY* key) {
-  return der_of(key, i2d_PublicKey);
-}
-Bytes private_der(EVP_PKEY* key) {
-  return der_of(key, i2d_PrivateKey);
-}
-EvpKey load_public_der(const Bytes& der) {
-  return load_der(der, d2i_PublicKey);
-}
-EvpKey load_private_der(const Bytes& der) {
-  return load_der(der, d2i_PrivateKey);
-}
+Bytes public_der(EVP_PKEY* key) { return der_of(key, i2d_PublicKey); }
+Bytes private_der(EVP_PKEY* key) { return der_of(key, i2d_PrivateKey); }
+EvpKey load_public_der(const Bytes& der) { return load_der(der, d2i_PublicKey); }
+EvpKey load_private_der(const Bytes& der) { return load_der(der, d2i_PrivateKey); }
 
 bool key_checks(EVP_PKEY* key) {
   PkeyCtx ctx(EVP_PKEY_CTX_new(key, nullptr));
