@@ -7,7 +7,6 @@
 
 #include <algorithm>
 #include <fstream>
-#include <map>
 #include <sstream>
 
 #include "crypto/idea_internal.h"
@@ -71,31 +70,25 @@ class IdeaEngine : public testing::TestWithParam<IdeaPath> {
 INSTANTIATE_TEST_SUITE_P(ScalarSse2Avx2, IdeaEngine,
                          testing::Values(IdeaPath::scalar, IdeaPath::sse2, IdeaPath::avx2));
 
-// The published vectors of each key cycled over 25 blocks (a group of 16, one of 8, one
-// single), so that every engine and every lane position sees them, both directions.
+// Each published vector repeated over 25 blocks (a group of 16, one of 8, one single),
+// so that every engine and every lane position sees it, both directions.
 TEST_P(IdeaEngine, PublishedVectors) {
   std::ifstream in(HYLORN_VECTORS_DIR "/idea_ecb.txt");
-  std::map<Bytes, std::vector<std::pair<Bytes, Bytes>>> by_key;
   int count = 0;
   for (std::string line; std::getline(in, line);) {
     if (line.empty() || line[0] == '#') continue;
     std::istringstream fields(line);
     std::string k, p, c;
     fields >> k >> p >> c;
-    by_key[from_hex(k)].emplace_back(from_hex(p), from_hex(c));
+    const Bytes block_p = from_hex(p), block_c = from_hex(c);
+    Bytes plain(25 * 8), cipher(25 * 8);
+    for (std::size_t i = 0; i < plain.size(); ++i)
+      plain[i] = block_p[i % 8], cipher[i] = block_c[i % 8];
+    EXPECT_EQ(to_hex(blocks(from_hex(k), plain, true)), to_hex(cipher)) << line;
+    EXPECT_EQ(to_hex(blocks(from_hex(k), cipher, false)), to_hex(plain)) << line;
     ++count;
   }
-  ASSERT_EQ(count, 15);
-  for (const auto& [key, group] : by_key) {
-    Bytes plain, cipher;
-    for (std::size_t i = 0; i < 25; ++i) {
-      const auto& [p, c] = group[i % group.size()];
-      plain.insert(plain.end(), p.begin(), p.end());
-      cipher.insert(cipher.end(), c.begin(), c.end());
-    }
-    EXPECT_EQ(to_hex(blocks(key, plain, true)), to_hex(cipher)) << to_hex(key);
-    EXPECT_EQ(to_hex(blocks(key, cipher, false)), to_hex(plain)) << to_hex(key);
-  }
+  EXPECT_EQ(count, 15);
 }
 
 // Random keys and keys whose subkeys are 0 (standing for 65536), over block counts
