@@ -1,262 +1,188 @@
+// The MP_ arithmetic and the Montgomery engine against OpenSSL's BN over random operands
+// of every size from 1 to 33 digits, on every Montgomery path, plus the edge cases.
 #include <gtest/gtest.h>
 
-#include "bn_oracle.h"
-#include "crypto/mp.h"
-#include "mont_paths.h"
+#include "bn_model.h"
 
 namespace {
 
 using hylorn::MP_DIGIT;
 using hylorn_test::Bn;
-using hylorn_test::bn_word;
+using hylorn_test::bn_power_of_two;
 using hylorn_test::Digits;
 using hylorn_test::from_bn;
+using hylorn_test::hex;
 using hylorn_test::new_bn;
 using hylorn_test::Operands;
 using hylorn_test::to_bn;
 
-constexpr int kRounds = 120;  // per digit count, for the cheap operations
-
-std::uint32_t u32_of(size_t n) { return static_cast<std::uint32_t>(n); }
-
-// 2^(32 digits) as a BIGNUM: the wrap-around of fixed-size results.
-Bn radix(size_t digits) {
-  Bn r = new_bn();
-  BN_set_bit(r.get(), static_cast<int>(32 * digits));
-  return r;
-}
+std::uint32_t u32_of(std::size_t n) { return static_cast<std::uint32_t>(n); }
 
 class MpBySize : public testing::TestWithParam<int> {
  protected:
-  size_t n() const { return static_cast<size_t>(GetParam()); }
+  std::size_t n() const { return static_cast<std::size_t>(GetParam()); }
+  std::uint32_t n32() const { return u32_of(n()); }
+  // a + sign * word * 2^(32 n): a result with the carry, borrow or bits it returned.
+  Bn with_word(const Digits& a, MP_DIGIT word, int sign) {
+    Bn v = to_bn(a), w = bn_power_of_two(32 * GetParam());
+    BN_mul_word(w.get(), word);
+    sign > 0 ? BN_add(v.get(), v.get(), w.get()) : BN_sub(v.get(), v.get(), w.get());
+    return v;
+  }
   Operands ops_{static_cast<unsigned>(GetParam()) * 7919u};
   hylorn_test::BnCtx ctx_{BN_CTX_new()};
 };
 
-TEST_P(MpBySize, AddAndSubWrapAndReportCarry) {
-  Bn wrap = radix(n());
-  for (int r = 0; r < kRounds; ++r) {
-    Digits b = ops_.number(n()), c = ops_.number(n()), a = b;
-    Bn sum = new_bn(), diff = new_bn();
-    BN_add(sum.get(), to_bn(b).get(), to_bn(c).get());
-    BN_sub(diff.get(), to_bn(b).get(), to_bn(c).get());
-    bool negative = BN_is_negative(diff.get());
-    if (negative) BN_add(diff.get(), diff.get(), wrap.get());
-    MP_DIGIT carry = hylorn::MP_Add(a.data(), a.data(), c.data(), u32_of(n()));  // a aliases b
-    EXPECT_EQ(carry, BN_cmp(sum.get(), wrap.get()) >= 0 ? 1u : 0u);
-    EXPECT_EQ(a, from_bn(sum.get(), n()));
-    Digits s(n());
-    EXPECT_EQ(hylorn::MP_Sub(s.data(), b.data(), c.data(), u32_of(n())), negative ? 1u : 0u);
-    EXPECT_EQ(s, from_bn(diff.get(), n()));
+INSTANTIATE_TEST_SUITE_P(Digits1To33, MpBySize, testing::Range(1, 34));
+
+// Sums, differences, left shifts and digit multiples with the word each returns (results
+// aliasing an input); right shifts with the bits shifted out; full products.
+TEST_P(MpBySize, AddSubMultShiftAndDigitMultiplesMatchBn) {
+  for (int r = 0; r < 60; ++r) {
+    Digits b = ops_.number(n()), c = ops_.number(n()), a = b, wide(2 * n());
+    const MP_DIGIT m = ops_.digit();
+    const std::uint32_t s = ops_.below(32);
+    Bn bb = to_bn(b), bc = to_bn(c), mc(BN_dup(bc.get())), want = new_bn();
+    BN_mul_word(mc.get(), m);
+    BN_add(want.get(), bb.get(), bc.get());
+    EXPECT_EQ(hex(with_word(a, hylorn::MP_Add(a.data(), a.data(), c.data(), n32()), 1)), hex(want));
+    BN_sub(want.get(), bb.get(), bc.get());
+    EXPECT_EQ(hex(with_word(a, hylorn::MP_Sub(a.data(), b.data(), c.data(), n32()), -1)),
+              hex(want));
+    BN_lshift(want.get(), bb.get(), static_cast<int>(s));
+    EXPECT_EQ(hex(with_word(a, hylorn::MP_LShift(a.data(), b.data(), s, n32()), 1)), hex(want));
+    BN_add(want.get(), bb.get(), mc.get());
+    EXPECT_EQ(hex(with_word(a, hylorn::MP_AddDigitMult(a.data(), b.data(), m, c.data(), n32()), 1)),
+              hex(want));
+    BN_sub(want.get(), bb.get(), mc.get());
+    EXPECT_EQ(
+        hex(with_word(a, hylorn::MP_SubDigitMult(a.data(), b.data(), m, c.data(), n32()), -1)),
+        hex(want));
+    BN_rshift(want.get(), bb.get(), static_cast<int>(s));
+    EXPECT_EQ(hylorn::MP_RShift(a.data(), b.data(), s, n32()), s == 0 ? 0 : b[0] << (32 - s));
+    EXPECT_EQ(a, from_bn(want.get(), n()));
+    BN_mul(want.get(), bb.get(), bc.get(), ctx_.get());
+    hylorn::MP_Mult(wide.data(), b.data(), c.data(), n32());
+    EXPECT_EQ(wide, from_bn(want.get(), 2 * n()));
   }
 }
 
-TEST_P(MpBySize, MultGivesTheFullProduct) {
-  for (int r = 0; r < kRounds; ++r) {
-    Digits b = ops_.number(n()), c = ops_.number(n()), a(2 * n());
-    Bn p = new_bn();
-    BN_mul(p.get(), to_bn(b).get(), to_bn(c).get(), ctx_.get());
-    hylorn::MP_Mult(a.data(), b.data(), c.data(), u32_of(n()));
-    EXPECT_EQ(a, from_bn(p.get(), 2 * n()));
-  }
-}
-
+// Quotient and remainder for dividends of up to twice the divisor's digits.
 TEST_P(MpBySize, DivAndModMatchBn) {
-  for (int r = 0; r < kRounds; ++r) {
-    size_t cDigits = 1 + ops_.below(u32_of(2 * n()));
+  for (int r = 0; r < 60; ++r) {
+    std::size_t cDigits = 1 + ops_.below(2 * n32());
     Digits c = ops_.number(cDigits), d = ops_.number(n());
     Digits q(cDigits, 0xAA), rem(n(), 0xAA), m(n());
     Bn bq = new_bn(), br = new_bn();
     BN_div(bq.get(), br.get(), to_bn(c).get(), to_bn(d).get(), ctx_.get());
-    hylorn::MP_Div(q.data(), rem.data(), c.data(), u32_of(cDigits), d.data(), u32_of(n()));
+    hylorn::MP_Div(q.data(), rem.data(), c.data(), u32_of(cDigits), d.data(), n32());
     EXPECT_EQ(q, from_bn(bq.get(), cDigits));
     EXPECT_EQ(rem, from_bn(br.get(), n()));
-    hylorn::MP_Mod(m.data(), c.data(), u32_of(cDigits), d.data(), u32_of(n()));
+    hylorn::MP_Mod(m.data(), c.data(), u32_of(cDigits), d.data(), n32());
     EXPECT_EQ(m, rem);
   }
 }
 
+// Products mod d, gcds (with a shared factor half of the time) and inverses.
 TEST_P(MpBySize, ModMultGcdAndModInvMatchBn) {
-  for (int r = 0; r < kRounds / 2; ++r) {
+  for (int r = 0; r < 12; ++r) {
     Digits b = ops_.number(n()), c = ops_.number(n()), d = ops_.full(n()), a(n());
-    Bn expect = new_bn();
-    BN_mod_mul(expect.get(), to_bn(b).get(), to_bn(c).get(), to_bn(d).get(), ctx_.get());
-    hylorn::MP_ModMult(a.data(), b.data(), c.data(), d.data(), u32_of(n()));
-    EXPECT_EQ(a, from_bn(expect.get(), n()));
-
-    // A shared factor half of the time, so that gcds other than 1 come up.
+    Bn want = new_bn(), g = new_bn();
+    BN_mod_mul(want.get(), to_bn(b).get(), to_bn(c).get(), to_bn(d).get(), ctx_.get());
+    hylorn::MP_ModMult(a.data(), b.data(), c.data(), d.data(), n32());
+    EXPECT_EQ(a, from_bn(want.get(), n()));
     if (ops_.coin() && n() > 1) {
-      Digits g = ops_.full(1 + ops_.below(u32_of(n() / 2)));
-      BN_mul(expect.get(), to_bn(ops_.number(n() / 2)).get(), to_bn(g).get(), ctx_.get());
-      b = from_bn(expect.get(), n());
+      Digits f = ops_.full(1 + ops_.below(n32() / 2));
+      BN_mul(want.get(), to_bn(ops_.number(n() / 2)).get(), to_bn(f).get(), ctx_.get());
+      b = from_bn(want.get(), n());
     }
-    Bn g = new_bn();
     BN_gcd(g.get(), to_bn(b).get(), to_bn(d).get(), ctx_.get());
-    hylorn::MP_Gcd(a.data(), b.data(), d.data(), u32_of(n()));
+    hylorn::MP_Gcd(a.data(), b.data(), d.data(), n32());
     EXPECT_EQ(a, from_bn(g.get(), n()));
     if (!BN_is_one(g.get()) || BN_is_one(to_bn(d).get())) continue;
-    BN_mod_inverse(expect.get(), to_bn(b).get(), to_bn(d).get(), ctx_.get());
-    hylorn::MP_ModInv(a.data(), b.data(), d.data(), u32_of(n()));
-    EXPECT_EQ(a, from_bn(expect.get(), n()));
+    BN_mod_inverse(want.get(), to_bn(b).get(), to_bn(d).get(), ctx_.get());
+    hylorn::MP_ModInv(a.data(), b.data(), d.data(), n32());
+    EXPECT_EQ(a, from_bn(want.get(), n()));
   }
 }
 
-TEST_P(MpBySize, ModExpMatchesBnForOddAndEvenModuli) {
-  for (int r = 0; r < 12; ++r) {
-    Digits d = ops_.full(n());
-    if (r % 2 == 0) d[0] |= 1; else d[0] &= ~1u;
-    if (BN_is_zero(to_bn(d).get())) continue;
-    size_t cDigits = 1 + ops_.below(u32_of(n()));
-    Digits b = ops_.number(n()), c = ops_.number(cDigits), a(n());  // b may exceed d
-    Bn expect = new_bn();
-    BN_mod_exp(expect.get(), to_bn(b).get(), to_bn(c).get(), to_bn(d).get(), ctx_.get());
-    hylorn::MP_ModExp(a.data(), b.data(), c.data(), u32_of(cDigits), d.data(), u32_of(n()));
-    EXPECT_EQ(a, from_bn(expect.get(), n())) << "round " << r;
-  }
-}
-
-// The Montgomery engine must give what the textbook windows give, for every shape of
-// input it treats apart: base 2, bases above the modulus, short and long exponents.
-TEST_P(MpBySize, FastEngineAgreesWithTheGenericPath) {
+// b^c mod d: odd moduli on every Montgomery path (base 2, bases above d, exponents
+// short and long take different routes), even ones on the textbook windows.
+TEST_P(MpBySize, ModExpMatchesBnOnEveryPath) {
+  auto check = [&](int r, bool odd) {
+    Digits d = ops_.full(n()), b = ops_.number(n()), a(n());  // b may exceed d
+    d[0] = odd ? d[0] | 1 : d[0] & ~1u;
+    if (BN_is_zero(to_bn(d).get())) return;
+    if (r % 4 == 0) b.assign(n(), 0), b[0] = 2;
+    std::size_t cDigits = r % 3 == 0 ? std::min<std::size_t>(2, n()) : 1 + ops_.below(n32());
+    Digits c = ops_.full(cDigits);
+    Bn want = new_bn();
+    BN_mod_exp(want.get(), to_bn(b).get(), to_bn(c).get(), to_bn(d).get(), ctx_.get());
+    hylorn::MP_ModExp(a.data(), b.data(), c.data(), u32_of(cDigits), d.data(), n32());
+    EXPECT_EQ(a, from_bn(want.get(), n())) << "round " << r;
+  };
   for (hylorn::MontPath path : hylorn_test::mont_paths()) {
     hylorn_test::MontPathScope scope(path);
-    for (int r = 0; r < 12; ++r) {
-      Digits d = ops_.odd(n()), b = ops_.number(n()), fast(n()), slow(n());
-      if (r % 4 == 0) b.assign(n(), 0), b[0] = 2;
-      size_t cDigits = r % 3 == 0 ? std::min<size_t>(2, n()) : n();
-      Digits c = ops_.full(cDigits);
-      hylorn::MP_ModExp(fast.data(), b.data(), c.data(), u32_of(cDigits), d.data(), u32_of(n()));
-      hylorn::mp_mod_exp_generic(slow.data(), b.data(), c.data(), u32_of(cDigits), d.data(),
-                                 u32_of(n()));
-      EXPECT_EQ(fast, slow) << hylorn_test::name_of(path) << " round " << r;
-    }
+    for (int r = 0; r < 4; ++r) check(r, true);
   }
+  for (int r = 0; r < 2; ++r) check(r, false);
 }
 
-TEST_P(MpBySize, ShiftsReturnTheBitsShiftedOut) {
-  Bn wrap = radix(n());
-  for (int r = 0; r < kRounds; ++r) {
-    Digits b = ops_.number(n()), a(n());
-    int shift = static_cast<int>(ops_.below(32));
-    Bn big = new_bn(), low = new_bn(), expect = new_bn();
-    BN_lshift(big.get(), to_bn(b).get(), shift);
-    BN_div(expect.get(), low.get(), big.get(), wrap.get(), ctx_.get());
-    EXPECT_EQ(hylorn::MP_LShift(a.data(), b.data(), u32_of(shift), u32_of(n())),
-              BN_get_word(expect.get()));
-    EXPECT_EQ(a, from_bn(low.get(), n()));
-
-    BN_rshift(expect.get(), to_bn(b).get(), shift);
-    MP_DIGIT out = shift == 0 ? 0 : (b[0] << (32 - shift));
-    EXPECT_EQ(hylorn::MP_RShift(a.data(), b.data(), u32_of(shift), u32_of(n())), out);
-    EXPECT_EQ(a, from_bn(expect.get(), n()));
-  }
-}
-
-TEST_P(MpBySize, DigitMultiplesAddAndSubtract) {
-  Bn wrap = radix(n());
-  for (int r = 0; r < kRounds; ++r) {
-    Digits b = ops_.number(n()), d = ops_.number(n()), a(n());
-    MP_DIGIT c = ops_.digit();
-    Bn v = new_bn(), carry = new_bn(), low = new_bn();
-    BN_copy(v.get(), to_bn(d).get());
-    BN_mul_word(v.get(), c);
-    Bn sum = new_bn();
-    BN_add(sum.get(), to_bn(b).get(), v.get());
-    BN_div(carry.get(), low.get(), sum.get(), wrap.get(), ctx_.get());
-    EXPECT_EQ(hylorn::MP_AddDigitMult(a.data(), b.data(), c, d.data(), u32_of(n())),
-              BN_get_word(carry.get()));
-    EXPECT_EQ(a, from_bn(low.get(), n()));
-
-    // b - c d + borrow * 2^(32 n) must land in [0, 2^(32 n)).
-    MP_DIGIT borrow = hylorn::MP_SubDigitMult(a.data(), b.data(), c, d.data(), u32_of(n()));
-    Bn back = new_bn(), shifted = new_bn();
-    BN_sub(back.get(), to_bn(b).get(), v.get());
-    BN_mul_word(BN_copy(shifted.get(), wrap.get()), borrow);
-    BN_add(back.get(), back.get(), shifted.get());
-    EXPECT_FALSE(BN_is_negative(back.get()));
-    EXPECT_LT(BN_cmp(back.get(), wrap.get()), 0);
-    EXPECT_EQ(a, from_bn(back.get(), n()));
-  }
-}
-
+// Comparison, digit and bit counts, zero test, and the byte codings: decoding keeps the
+// low digits of any length of bytes (129 and 133 among them), encoding fills to the left
+// with zeros and drops what does not fit.
 TEST_P(MpBySize, CompareCountAndCode) {
-  for (int r = 0; r < kRounds; ++r) {
+  for (int r = 0; r < 60; ++r) {
     Digits a = ops_.number(n()), b = ops_.coin() ? a : ops_.number(n());
-    if (ops_.coin()) b[ops_.below(u32_of(n()))] ^= 1u << ops_.below(32);
-    EXPECT_EQ(hylorn::MP_Cmp(a.data(), b.data(), u32_of(n())),
-              BN_cmp(to_bn(a).get(), to_bn(b).get()));
-    EXPECT_EQ(hylorn::MP_Digits(a.data(), u32_of(n())),
-              u32_of((BN_num_bits(to_bn(a).get()) + 31) / 32));
-    EXPECT_EQ(hylorn::mp_bits(a.data(), u32_of(n())), u32_of(BN_num_bits(to_bn(a).get())));
-    EXPECT_EQ(hylorn::MP_Zero(a.data(), u32_of(n())), BN_is_zero(to_bn(a).get()));
+    if (ops_.coin()) b[ops_.below(n32())] ^= 1u << ops_.below(32);
+    Bn ba = to_bn(a);
+    EXPECT_EQ(hylorn::MP_Cmp(a.data(), b.data(), n32()), BN_cmp(ba.get(), to_bn(b).get()));
+    EXPECT_EQ(hylorn::MP_Digits(a.data(), n32()), u32_of((BN_num_bits(ba.get()) + 31) / 32));
+    EXPECT_EQ(hylorn::mp_bits(a.data(), n32()), u32_of(BN_num_bits(ba.get())));
+    EXPECT_EQ(hylorn::MP_Zero(a.data(), n32()), BN_is_zero(ba.get()));
 
-    std::vector<unsigned char> bytes(ops_.below(140));
+    const std::size_t lengths[] = {129, 133, 4 * n() - 1, 0};
+    std::vector<unsigned char> bytes(r < 4 ? lengths[r] : ops_.below(140));
     for (auto& x : bytes) x = static_cast<unsigned char>(ops_.digit());
-    Bn value(BN_bin2bn(bytes.data(), static_cast<int>(bytes.size()), nullptr)), low = new_bn();
-    BN_mod(low.get(), value.get(), radix(n()).get(), ctx_.get());
+    Bn value(BN_bin2bn(bytes.data(), static_cast<int>(bytes.size()), nullptr));
     Digits decoded(n(), 0x55);
-    hylorn::MP_Decode(decoded.data(), u32_of(n()), bytes.data(), u32_of(bytes.size()));
-    EXPECT_EQ(decoded, from_bn(low.get(), n()));
+    hylorn::MP_Decode(decoded.data(), n32(), bytes.data(), u32_of(bytes.size()));
+    EXPECT_EQ(decoded, from_bn(value.get(), n()));
 
-    std::vector<unsigned char> out(bytes.size() + 1, 0x55), expect(out.size());
-    hylorn::MP_Encode(out.data(), u32_of(out.size()), a.data(), u32_of(n()));
-    Bn trimmed = to_bn(a);
-    BN_mask_bits(trimmed.get(), static_cast<int>(8 * out.size()));
-    BN_bn2binpad(trimmed.get(), expect.data(), static_cast<int>(expect.size()));
-    EXPECT_EQ(out, expect);
+    std::vector<unsigned char> out(bytes.size() + 1, 0x55), want(out.size());
+    hylorn::MP_Encode(out.data(), u32_of(out.size()), a.data(), n32());
+    BN_mask_bits(ba.get(), static_cast<int>(8 * out.size()));
+    BN_bn2binpad(ba.get(), want.data(), static_cast<int>(want.size()));
+    EXPECT_EQ(out, want);
   }
 }
 
-INSTANTIATE_TEST_SUITE_P(Digits1To33, MpBySize, testing::Range(1, 34));
-
-TEST(MpDigit, BitsProductAndQuotientOfSingleDigits) {
+// Single-digit products, quotients (top bit set, high word below the divisor) and bits.
+TEST(MpEdge, SingleDigitOperations) {
   Operands ops(5);
   for (int r = 0; r < 5000; ++r) {
     MP_DIGIT b = ops.digit(), c = ops.digit() | 0x80000000u, prod[2], q;
-    std::uint64_t p = static_cast<std::uint64_t>(b) * c;
     hylorn::MP_DigitMult(prod, b, c);
-    EXPECT_EQ((static_cast<std::uint64_t>(prod[1]) << 32) | prod[0], p);
+    EXPECT_EQ((std::uint64_t{prod[1]} << 32) | prod[0], std::uint64_t{b} * c);
     MP_DIGIT dividend[2] = {ops.digit(), ops.digit() % c};
     hylorn::MP_DigitDiv(&q, dividend, c);
-    EXPECT_EQ(q, ((static_cast<std::uint64_t>(dividend[1]) << 32) | dividend[0]) / c);
-    EXPECT_EQ(hylorn::MP_DigitBits(b), u32_of(BN_num_bits(bn_word(b).get())));
+    EXPECT_EQ(q, ((std::uint64_t{dividend[1]} << 32) | dividend[0]) / c);
+    EXPECT_EQ(hylorn::MP_DigitBits(b), u32_of(BN_num_bits(hylorn_test::bn_word(b).get())));
   }
 }
 
-TEST(MpEdge, DecodeKeepsTheLowest33DigitsOfTheBytes) {
-  std::vector<unsigned char> bytes(133);
-  for (size_t i = 0; i < bytes.size(); ++i) bytes[i] = static_cast<unsigned char>(i + 1);
-  Digits a(33);
-  hylorn::MP_Decode(a.data(), 33, bytes.data() + 4, 129);  // 129 bytes: all kept
-  EXPECT_EQ(a[32], 0x05u);
-  EXPECT_EQ(a[0], 0x82838485u);
-  hylorn::MP_Decode(a.data(), 33, bytes.data(), 133);  // 133 bytes: the first is dropped
-  EXPECT_EQ(a[32], 0x02030405u);
-  EXPECT_EQ(a[0], 0x82838485u);
-}
-
-TEST(MpEdge, EncodeTruncatesToTheLowBytes) {
-  Digits a = {0x44332211u, 0x88776655u};
-  std::vector<unsigned char> out(3);
-  hylorn::MP_Encode(out.data(), 3, a.data(), 2);
-  EXPECT_EQ(out, (std::vector<unsigned char>{0x33, 0x22, 0x11}));
-}
-
-TEST(MpEdge, DivisionByZeroWritesNothing) {
+// Division by zero writes nothing; a quotient digit whose estimate stays one too large
+// after refinement needs the add-back step.
+TEST(MpEdge, DivisionByZeroAndTheAddBackStep) {
   Digits c = {7, 9}, zero = {0, 0}, q = {0xAB, 0xCD}, r = {0xEF, 0x12};
   hylorn::MP_Div(q.data(), r.data(), c.data(), 2, zero.data(), 2);
+  hylorn::MP_Mod(r.data(), c.data(), 2, zero.data(), 2);
   EXPECT_EQ(q, (Digits{0xAB, 0xCD}));
   EXPECT_EQ(r, (Digits{0xEF, 0x12}));
-  hylorn::MP_Mod(r.data(), c.data(), 2, zero.data(), 2);
-  EXPECT_EQ(r, (Digits{0xEF, 0x12}));
-}
 
-// A quotient limb whose estimate stays one too large after refinement: the division has
-// to add the divisor back.
-TEST(MpEdge, DivisionThatNeedsItsAddBackStep) {
-  Digits c = {2, 0, 0, 0x80000000u, 0xFFFFFFFFu, 0xFFFFFFFFu, 0xFFFFFFFFu, 0x7FFFFFFFu};
+  c = {2, 0, 0, 0x80000000u, 0xFFFFFFFFu, 0xFFFFFFFFu, 0xFFFFFFFFu, 0x7FFFFFFFu};
   Digits d = {0xFFFFFFFFu, 0xFFFFFFFFu, 0, 0x80000000u, 0, 0x80000000u, 0, 0};
-  Digits q(8), r(8);
+  q.assign(8, 0), r.assign(8, 0);
   hylorn::MP_Div(q.data(), r.data(), c.data(), 8, d.data(), 8);
   Bn bq = new_bn(), br = new_bn();
   hylorn_test::BnCtx ctx(BN_CTX_new());
@@ -265,28 +191,30 @@ TEST(MpEdge, DivisionThatNeedsItsAddBackStep) {
   EXPECT_EQ(r, from_bn(br.get(), 8));
 }
 
+// Exponent 0 gives 1 whatever the modulus; the engine and the textbook path agree.
 TEST(MpEdge, ModExpCornerCases) {
-  struct Case {
-    Digits b, c, d, expect;
+  const struct {
+    Digits b, c, d, want;
   } cases[] = {
-      {{5}, {0}, {1}, {1}},            // exponent 0 gives 1 even modulo 1
-      {{5, 0}, {0}, {0, 0}, {1, 0}},   // and modulo 0
-      {{5}, {3}, {1}, {0}},            // modulo 1 everything else is 0
-      {{10}, {1}, {7}, {3}},           // the base is reduced, not used as given
-      {{2}, {5}, {3}, {2}},            // base 2 below a tiny modulus
-      {{9}, {2}, {8}, {1}},            // even modulus
+      {{5}, {0}, {1}, {1}},
+      {{5, 0}, {0}, {0, 0}, {1, 0}},
+      {{5}, {3}, {1}, {0}},
+      {{10}, {1}, {7}, {3}},
+      {{2}, {5}, {3}, {2}},
+      {{9}, {2}, {8}, {1}},
       {{0xFFFFFFFFu, 0xFFFFFFFFu}, {3}, {0xFFFFFFFFu, 0}, {0, 0}},  // wide base, narrow modulus
   };
-  for (const Case& k : cases) {
+  for (const auto& k : cases) {
     Digits a(k.d.size(), 0x77), g(k.d.size(), 0x77);
-    std::uint32_t nd = u32_of(k.d.size()), nc = u32_of(k.c.size());
+    const auto nd = u32_of(k.d.size()), nc = u32_of(k.c.size());
     hylorn::MP_ModExp(a.data(), k.b.data(), k.c.data(), nc, k.d.data(), nd);
     hylorn::mp_mod_exp_generic(g.data(), k.b.data(), k.c.data(), nc, k.d.data(), nd);
-    EXPECT_EQ(a, k.expect);
-    EXPECT_EQ(g, k.expect);
+    EXPECT_EQ(a, k.want);
+    EXPECT_EQ(g, k.want);
   }
 }
 
+// Zero-digit compares and counts, shifts of 32 bits or more, powers of two at the top.
 TEST(MpEdge, ZeroCountsShiftLimitsAndPowersOfTwo) {
   Digits a = {1, 2}, b = {3, 4};
   EXPECT_EQ(hylorn::MP_Cmp(a.data(), b.data(), 0), 0);
@@ -299,6 +227,114 @@ TEST(MpEdge, ZeroCountsShiftLimitsAndPowersOfTwo) {
   EXPECT_EQ(a, (Digits{0, 0x80000000u}));
   hylorn::MP_Assign2Exp(a.data(), 64, 2);
   EXPECT_EQ(a, (Digits{0, 0}));
+}
+
+// x mod m for a random x, sometimes m - 1, all-ones limbs or `also`.
+Digits below(Operands& ops, const BIGNUM* m, std::size_t digits, BN_CTX* ctx,
+             const BIGNUM* also = nullptr) {
+  Bn x = to_bn(ops.number(digits));
+  switch (ops.below(6)) {
+    case 0: BN_sub(x.get(), m, BN_value_one()); break;
+    case 1: x = to_bn(Digits(digits, 0xFFFFFFFFu)); break;
+    case 2: BN_copy(x.get(), also != nullptr ? also : x.get()); break;
+  }
+  BN_mod(x.get(), x.get(), m, ctx);
+  return from_bn(x.get(), digits);
+}
+
+// a b / R mod d, given R^-1 mod d.
+Bn mont_model(const Digits& a, const Digits& b, const BIGNUM* d, const BIGNUM* rinv, BN_CTX* ctx) {
+  Bn v = new_bn();
+  BN_mod_mul(v.get(), to_bn(a).get(), to_bn(b).get(), d, ctx);
+  BN_mod_mul(v.get(), v.get(), rinv, d, ctx);
+  return v;
+}
+
+// a b R^-1 mod d for the product and square kernels of every path, at the sizes with
+// kernels of their own (8 and 16 limbs) and beside them. The operands load the carry
+// chains: all-ones limbs, values just below d, moduli just below R; the first factor of
+// a product may exceed d.
+TEST(MontProduct, KernelsOfEveryPathMatchBn) {
+  hylorn_test::BnCtx ctx(BN_CTX_new());
+  for (hylorn::MontPath path : hylorn_test::mont_paths()) {
+    hylorn_test::MontPathScope scope(path);
+    Operands ops(29);
+    for (std::size_t digits : {3, 15, 16, 17, 31, 32}) {
+      Bn rinv = new_bn(), radix = bn_power_of_two(static_cast<int>(64 * ((digits + 1) / 2)));
+      for (int r = 0; r < 100; ++r) {
+        Digits dd = r % 5 == 0 ? Digits(digits, 0xFFFFFFFFu) : ops.odd(digits);
+        if (r % 5 == 1) dd.back() = 1;  // the smallest top limb
+        Bn d = to_bn(dd);
+        BN_mod_inverse(rinv.get(), radix.get(), d.get(), ctx.get());
+        Digits a = r % 3 == 0 ? ops.number(digits) : below(ops, d.get(), digits, ctx.get());
+        Digits b = below(ops, d.get(), digits, ctx.get()),
+               s = below(ops, d.get(), digits, ctx.get());
+        Digits product(digits), square(digits);
+        hylorn::mont_product(product.data(), a.data(), b.data(), dd.data(), u32_of(digits));
+        hylorn::mont_product(square.data(), s.data(), s.data(), dd.data(), u32_of(digits));
+        const auto where = testing::Message() << digits << " digits, round " << r;
+        EXPECT_EQ(product, from_bn(mont_model(a, b, d.get(), rinv.get(), ctx.get()).get(), digits))
+            << where;
+        EXPECT_EQ(square, from_bn(mont_model(s, s, d.get(), rinv.get(), ctx.get()).get(), digits))
+            << where;
+      }
+    }
+  }
+}
+
+// The IFMA pair kernel: a b 2^-520 mod d, below 2d, for operands anywhere below 2d (its
+// outputs are not reduced further) and moduli of every shape below 2^512, including
+// those whose 52-bit limbs are all ones.
+TEST(MontProduct, IfmaKernelMatchesBnBelowTwiceTheModulus) {
+  Digits probe(17), one(17, 0), d1(16, 0xFFFFFFFFu);
+  one[0] = 1;
+  if (!hylorn::mont_ifma_product(probe.data(), one.data(), one.data(), d1.data()))
+    GTEST_SKIP() << "no AVX-512 IFMA";
+  hylorn_test::BnCtx ctx(BN_CTX_new());
+  Operands ops(37);
+  Bn radix = bn_power_of_two(520), rinv = new_bn(), twice = new_bn(), reduced = new_bn();
+  for (int r = 0; r < 1000; ++r) {
+    Digits dd = r % 4 == 0 ? Digits(16, 0xFFFFFFFFu) : ops.odd(16);
+    if (r % 4 == 1) dd.back() = 0x80000000u;
+    if (r % 8 == 2) dd.assign(16, 0), dd[0] = 0xFFFFFFFFu, dd[1] = 0xFFFFFu;  // 52 bits of ones
+    dd[0] |= 1;
+    Bn d = to_bn(dd);
+    BN_lshift1(twice.get(), d.get());
+    BN_mod_inverse(rinv.get(), radix.get(), d.get(), ctx.get());
+    Digits a = below(ops, twice.get(), 17, ctx.get(), d.get());
+    Digits b = below(ops, twice.get(), 17, ctx.get(), d.get()), got(17);
+    ASSERT_TRUE(hylorn::mont_ifma_product(got.data(), a.data(), b.data(), dd.data()));
+    BN_mod(reduced.get(), to_bn(got).get(), d.get(), ctx.get());
+    EXPECT_EQ(hex(reduced), hex(mont_model(a, b, d.get(), rinv.get(), ctx.get()))) << "round " << r;
+    EXPECT_LT(BN_cmp(to_bn(got).get(), twice.get()), 0) << "round " << r;
+  }
+}
+
+// The public exponentiation keeps constants per modulus: moduli that differ only in one
+// high digit, or only in length, must never share them, and more moduli than the cache
+// holds must come and go.
+TEST(MontPublic, ModuliThatDifferLittleKeepTheirOwnConstants) {
+  hylorn_test::BnCtx ctx(BN_CTX_new());
+  Operands ops(31);
+  const Digits base = ops.odd(32);
+  std::vector<Digits> moduli;
+  for (std::size_t flip : {31, 30, 16, 9, 1}) {
+    moduli.push_back(base);
+    moduli.back()[flip] ^= 0x10u;
+  }
+  moduli.push_back(base);
+  moduli.push_back(base);  // the same low digits, one limb fewer
+  moduli.back()[31] = moduli.back()[30] = 0;
+  moduli.back()[29] |= 1u << 31;
+  for (int pass = 0; pass < 3; ++pass) {
+    for (const Digits& d : moduli) {
+      Digits b = ops.number(32), e = {65537}, got(32);
+      hylorn::mp_mod_exp_public(got.data(), b.data(), e.data(), 1, d.data(), 32);
+      Bn want = new_bn();
+      BN_mod_exp(want.get(), to_bn(b).get(), to_bn(e).get(), to_bn(d).get(), ctx.get());
+      EXPECT_EQ(got, from_bn(want.get(), 32)) << "pass " << pass;
+    }
+  }
 }
 
 }  // namespace

@@ -2,7 +2,16 @@
 
 #include <openssl/asn1.h>
 
+#include <stdexcept>
+
 namespace hylorn_test {
+
+Bytes openssl_digest(const EVP_MD* md, const unsigned char* data, std::size_t n) {
+  unsigned char out[EVP_MAX_MD_SIZE];
+  unsigned int len = 0;
+  if (EVP_Digest(data, n, out, &len, md, nullptr) != 1) throw std::runtime_error("EVP_Digest");
+  return Bytes(out, out + len);
+}
 
 Bytes bn_bytes(const BIGNUM* bn) {
   Bytes out(static_cast<std::size_t>(BN_num_bytes(bn)));

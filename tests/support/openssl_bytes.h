@@ -3,12 +3,16 @@
 
 #include <openssl/bn.h>
 #include <openssl/crypto.h>
+#include <openssl/evp.h>
 
 #include <string>
 
 #include "support/hex.h"
 
 namespace hylorn_test {
+
+// The digest OpenSSL computes over n bytes of data (EVP_md5(), EVP_sha1() ...).
+Bytes openssl_digest(const EVP_MD* md, const unsigned char* data, std::size_t n);
 
 // The minimal big-endian magnitude of bn (empty for zero).
 Bytes bn_bytes(const BIGNUM* bn);

@@ -1,7 +1,8 @@
 #include "support/openssl_rsa.h"
 
 #include <openssl/bn.h>
-#include <openssl/rsa.h>
+#include <openssl/core_names.h>
+#include <openssl/param_build.h>
 
 #include <algorithm>
 #include <stdexcept>
@@ -47,24 +48,47 @@ Bytes run_raw(EVP_PKEY* key, int padding, const Bytes& in, Init init, Run run) {
 
 }  // namespace
 
-EvpKey openssl_keygen(unsigned bits) {
-  EVP_PKEY* key = EVP_PKEY_Q_keygen(nullptr, nullptr, "RSA", static_cast<std::size_t>(bits));
-  require(key != nullptr, "EVP_PKEY_Q_keygen");
+EvpKey openssl_keygen(unsigned bits, unsigned long e) {
+  PkeyCtx ctx(EVP_PKEY_CTX_new_from_name(nullptr, "RSA", nullptr));
+  BIGNUM* pub = BN_new();
+  EVP_PKEY* key = nullptr;
+  const bool ok = pub != nullptr && BN_set_word(pub, e) == 1 &&
+                  EVP_PKEY_keygen_init(ctx.get()) == 1 &&
+                  EVP_PKEY_CTX_set_rsa_keygen_bits(ctx.get(), static_cast<int>(bits)) == 1 &&
+                  EVP_PKEY_CTX_set1_rsa_keygen_pubexp(ctx.get(), pub) == 1 &&
+                  EVP_PKEY_generate(ctx.get(), &key) == 1;
+  BN_free(pub);
+  require(ok, "RSA key generation");
   return EvpKey(key);
 }
 
-Bytes public_der(EVP_PKEY* key) {
-  return der_of(key, i2d_PublicKey);
+EvpKey key_from_numbers(const std::array<Bytes, 8>& numbers) {
+  static const char* const names[] = {
+      OSSL_PKEY_PARAM_RSA_N,         OSSL_PKEY_PARAM_RSA_E,           OSSL_PKEY_PARAM_RSA_D,
+      OSSL_PKEY_PARAM_RSA_FACTOR1,   OSSL_PKEY_PARAM_RSA_FACTOR2,     OSSL_PKEY_PARAM_RSA_EXPONENT1,
+      OSSL_PKEY_PARAM_RSA_EXPONENT2, OSSL_PKEY_PARAM_RSA_COEFFICIENT1};
+  OSSL_PARAM_BLD* bld = OSSL_PARAM_BLD_new();
+  std::array<BIGNUM*, 8> bns{};
+  for (std::size_t i = 0; i < bns.size(); ++i) {
+    bns[i] = BN_bin2bn(numbers[i].data(), static_cast<int>(numbers[i].size()), nullptr);
+    OSSL_PARAM_BLD_push_BN(bld, names[i], bns[i]);
+  }
+  OSSL_PARAM* params = OSSL_PARAM_BLD_to_param(bld);
+  PkeyCtx ctx(EVP_PKEY_CTX_new_from_name(nullptr, "RSA", nullptr));
+  EVP_PKEY* key = nullptr;
+  const bool ok = EVP_PKEY_fromdata_init(ctx.get()) == 1 &&
+                  EVP_PKEY_fromdata(ctx.get(), &key, EVP_PKEY_KEYPAIR, params) == 1;
+  OSSL_PARAM_free(params);
+  OSSL_PARAM_BLD_free(bld);
+  for (BIGNUM* bn : bns) BN_free(bn);
+  require(ok, "EVP_PKEY_fromdata");
+  return EvpKey(key);
 }
-Bytes private_der(EVP_PKEY* key) {
-  return der_of(key, i2d_PrivateKey);
-}
-EvpKey load_public_der(const Bytes& der) {
-  return load_der(der, d2i_PublicKey);
-}
-EvpKey load_private_der(const Bytes& der) {
-  return load_der(der, d2i_PrivateKey);
-}
+
+Bytes public_der(EVP_PKEY* key) { return der_of(key, i2d_PublicKey); }
+Bytes private_der(EVP_PKEY* key) { return der_of(key, i2d_PrivateKey); }
+EvpKey load_public_der(const Bytes& der) { return load_der(der, d2i_PublicKey); }
+EvpKey load_private_der(const Bytes& der) { return load_der(der, d2i_PrivateKey); }
 
 bool key_checks(EVP_PKEY* key) {
   PkeyCtx ctx(EVP_PKEY_CTX_new(key, nullptr));
@@ -102,12 +126,16 @@ Bytes openssl_recover(EVP_PKEY* key, const Bytes& sig, int padding) {
   return run_raw(key, padding, sig, EVP_PKEY_verify_recover_init, EVP_PKEY_verify_recover);
 }
 
-Bytes openssl_encrypt(EVP_PKEY* key, const Bytes& data) {
-  return run_raw(key, RSA_PKCS1_PADDING, data, EVP_PKEY_encrypt_init, EVP_PKEY_encrypt);
+Bytes openssl_sign_block(EVP_PKEY* key, const Bytes& data, int padding) {
+  return run_raw(key, padding, data, EVP_PKEY_sign_init, EVP_PKEY_sign);
 }
 
-Bytes openssl_decrypt(EVP_PKEY* key, const Bytes& block) {
-  return run_raw(key, RSA_PKCS1_PADDING, block, EVP_PKEY_decrypt_init, EVP_PKEY_decrypt);
+Bytes openssl_encrypt(EVP_PKEY* key, const Bytes& data, int padding) {
+  return run_raw(key, padding, data, EVP_PKEY_encrypt_init, EVP_PKEY_encrypt);
+}
+
+Bytes openssl_decrypt(EVP_PKEY* key, const Bytes& block, int padding) {
+  return run_raw(key, padding, block, EVP_PKEY_decrypt_init, EVP_PKEY_decrypt);
 }
 
 }  // namespace hylorn_test

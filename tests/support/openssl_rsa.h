@@ -3,7 +3,9 @@
 #pragma once
 
 #include <openssl/evp.h>
+#include <openssl/rsa.h>
 
+#include <array>
 #include <memory>
 
 #include "support/hex.h"
@@ -15,8 +17,11 @@ struct EvpKeyFree {
 };
 using EvpKey = std::unique_ptr<EVP_PKEY, EvpKeyFree>;
 
-// A fresh RSA key of the given size with e = 65537.
-EvpKey openssl_keygen(unsigned bits);
+// A fresh RSA key of the given size and public exponent.
+EvpKey openssl_keygen(unsigned bits, unsigned long e = 65537);
+// The key made of the given big-endian numbers, in the order n, e, d, p, q, d mod (p - 1),
+// d mod (q - 1), q^-1 mod p (throws when OpenSSL refuses them).
+EvpKey key_from_numbers(const std::array<Bytes, 8>& numbers);
 
 // PKCS #1 RSAPublicKey / RSAPrivateKey DER of a key, and back (null when OpenSSL refuses).
 Bytes public_der(EVP_PKEY* key);
@@ -35,11 +40,12 @@ Bytes key_number(EVP_PKEY* key, const char* name, int width);
 Bytes openssl_sign(EVP_PKEY* key, const EVP_MD* md, const Bytes& data);
 bool openssl_verify(EVP_PKEY* key, const EVP_MD* md, const Bytes& data, const Bytes& sig);
 
-// Raw operations: the public operation that recovers what a private-key block holds (with
-// RSA_PKCS1_PADDING or RSA_NO_PADDING), and both directions of PKCS #1 v1.5 encryption.
-// Empty on failure.
+// Raw operations: the public operation that recovers what a private-key block holds,
+// the private operation that makes one (a type-1 block around data, no digest), and both
+// directions of encryption; RSA_PKCS1_PADDING or RSA_NO_PADDING. Empty on failure.
 Bytes openssl_recover(EVP_PKEY* key, const Bytes& sig, int padding);
-Bytes openssl_encrypt(EVP_PKEY* key, const Bytes& data);
-Bytes openssl_decrypt(EVP_PKEY* key, const Bytes& block);
+Bytes openssl_sign_block(EVP_PKEY* key, const Bytes& data, int padding = RSA_PKCS1_PADDING);
+Bytes openssl_encrypt(EVP_PKEY* key, const Bytes& data, int padding = RSA_PKCS1_PADDING);
+Bytes openssl_decrypt(EVP_PKEY* key, const Bytes& block, int padding = RSA_PKCS1_PADDING);
 
 }  // namespace hylorn_test
