@@ -8,10 +8,10 @@
 
 #include <vector>
 
-#include "../tests/crypto/rsa_oracle.h"
 #include "crypto/keygen.h"
 #include "crypto/rsa.h"
 #include "harness.h"
+#include "support/openssl_rsa.h"
 
 namespace {
 
@@ -21,19 +21,27 @@ using hylorn::u32;
 constexpr unsigned char kSeeds[] = {0x00, 0x11, 0x2F, 0x3C, 0x47, 0x5A, 0x66, 0x7E,
                                     0x81, 0x93, 0xA5, 0xB0, 0xC3, 0xD8, 0xE4, 0xFF};
 
+// The same key as an OpenSSL key object.
+hylorn_test::EvpKey openssl_key_of(const hylorn::RSA_PRIVATE_KEY& k) {
+  auto number = [](const unsigned char* p, std::size_t n) { return Bytes(p, p + n); };
+  return hylorn_test::key_from_numbers(
+      {number(k.modulus, 128), number(k.publicExponent, 128), number(k.exponent, 128),
+       number(k.prime[0], 64), number(k.prime[1], 64), number(k.primeExponent[0], 64),
+       number(k.primeExponent[1], 64), number(k.coefficient, 64)});
+}
+
 struct Shared {
   hylorn::RSA_PUBLIC_KEY pub{};
   hylorn::RSA_PRIVATE_KEY priv{};
-  hylorn_test::Pkey pkey;
+  hylorn_test::EvpKey pkey;
   Bytes digest_info = Bytes(35, 0x3A);
   Bytes signature;
 
   Shared() {
     hylorn::RSA_PROTO_KEY proto{1024, 1};
     hylorn::rsa_generate_keys_from_seed_byte(&pub, &priv, &proto, kSeeds[5]);
-    pkey = hylorn_test::pkey_of(priv);
-    signature = hylorn_test::openssl_rsa(pkey.get(), hylorn_test::Op::sign, RSA_PKCS1_PADDING,
-                                         digest_info);
+    pkey = openssl_key_of(priv);
+    signature = hylorn_test::openssl_sign_block(pkey.get(), digest_info);
   }
 };
 
@@ -104,7 +112,7 @@ void keygen_ours(benchmark::State& state) {
 
 void keygen_openssl(benchmark::State& state) {
   for (auto _ : state) {
-    hylorn_test::Pkey key = hylorn_test::generate_openssl_key(1024, 65537);
+    hylorn_test::EvpKey key = hylorn_test::openssl_keygen(1024, 65537);
     benchmark::DoNotOptimize(key.get());
   }
 }
