@@ -131,10 +131,10 @@ u32 Random_Generate_Bytes(u8* output, u32 length, RANDOM_STATE* rs) {
 }
 
 void Random_Seed_From_Clock(RANDOM_STATE* rs) {
-  Random_Init(rs);
 #if HYLORN_SYSTEM_ENTROPY
   u8 words[RANDOM_BYTES_NEEDED];
   system_entropy(words, sizeof words);
+  Random_Init(rs);
   for (u32 at = 0; rs->bytesNeeded != 0; at += 4) Random_Update(rs, words + at, 4);
   secure_wipe_object(words);
 #else
