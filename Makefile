@@ -2,7 +2,7 @@
 JOBS ?= $(shell nproc)
 CMAKE_FLAGS ?=
 
-.PHONY: all test test-sanitize bench fuzz demo clean
+.PHONY: all test test-sanitize bench fuzz demo install clean
 
 all:
 	@scripts/install-deps.sh test
@@ -43,6 +43,11 @@ fuzz:
 demo: all
 	@if [ -x build/tools/hylorn_demo ]; then build/tools/hylorn_demo; \
 	else echo "the demo arrives with the certificate layer"; fi
+
+# The library, header, pkg-config file and CMake package under PREFIX.
+PREFIX ?= /usr/local
+install: all
+	cmake --install build --prefix $(PREFIX)
 
 clean:
 	rm -rf build build-sanitize build-bench build-fuzz
