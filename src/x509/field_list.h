@@ -8,13 +8,13 @@
 
 namespace hylorn {
 
-// A list under construction, freed when the guard goes unless it was never filled.
-class ElementList {
+// A list under construction, freed with everything in it when the guard goes.
+class FieldBuilder {
  public:
-  ElementList() = default;
-  ElementList(const ElementList&) = delete;
-  ElementList& operator=(const ElementList&) = delete;
-  ~ElementList() { free_ASN1_SEQUENCE(head_); }
+  FieldBuilder() = default;
+  FieldBuilder(const FieldBuilder&) = delete;
+  FieldBuilder& operator=(const FieldBuilder&) = delete;
+  ~FieldBuilder() { free_ASN1_SEQUENCE(head_); }
 
   // Appends an empty node and returns its value for an encoder to fill; null when the
   // node cannot be allocated (new_ASN1_SEQUENCE has then said so).
@@ -33,12 +33,12 @@ class ElementList {
 };
 
 // The components of one split element, read front to back.
-class SplitElement {
+class FieldReader {
  public:
-  SplitElement() = default;
-  SplitElement(const SplitElement&) = delete;
-  SplitElement& operator=(const SplitElement&) = delete;
-  ~SplitElement() { free_ASN1_SEQUENCE(head_); }
+  FieldReader() = default;
+  FieldReader(const FieldReader&) = delete;
+  FieldReader& operator=(const FieldReader&) = delete;
+  ~FieldReader() { free_ASN1_SEQUENCE(head_); }
 
   // Where ASN1_Decode_Sequence / ASN1_Decode_Set put the list.
   ASN1_SEQUENCE** out() { return &head_; }
