@@ -1,14 +1,14 @@
-// A guard around one ASN1_SEQUENCE list: the components of a constructed value being
-// built (appended in order) or the components of one being read. Whatever the list
-// holds is freed when the guard goes, on every path.
+// Guards for the element lists the field coders build and split. An encoder appends one
+// node per component and fills its value; a decoder walks the components of a split
+// element in order. Either way the list is freed on every exit path.
 #pragma once
 
 #include "asn1/list.h"
 #include "frame/buffer.h"
-#include "frame/types.h"
 
 namespace hylorn {
 
+// A list under construction, freed when the guard goes unless it was never filled.
 class ElementList {
  public:
   ElementList() = default;
@@ -16,46 +16,46 @@ class ElementList {
   ElementList& operator=(const ElementList&) = delete;
   ~ElementList() { free_ASN1_SEQUENCE(head_); }
 
-  // Takes the element over into a new last node; 1 when no node can be made, and the
-  // element is then freed. Either way *element is left empty.
-  u32 add(DATA_BUFFER* element) {
-    ASN1_SEQUENCE* node = nullptr;
-    if (new_ASN1_SEQUENCE(&node) != 0) {
-      free_DATA_BUFFER(element);
-      return 1;
-    }
-    node->value = *element;
-    ini_DATA_BUFFER(element);
-    *tail_ = node;
-    tail_ = &node->next;
-    return 0;
-  }
-
-  // 30, length, then the components in order.
-  u32 encode(DATA_BUFFER* out) const { return ASN1_Encode_Sequence(head_, out); }
-
-  // Cuts one whole SEQUENCE into its components; the list must be empty.
-  u32 split(u32 total, const u8* der) {
-    if (ASN1_Decode_Sequence(total, der, &head_) != 0) return 1;
-    tail_ = &head_;
-    while (*tail_ != nullptr) tail_ = &(*tail_)->next;
-    return 0;
-  }
-
-  // Hands the list over to the caller, leaving the guard empty.
-  ASN1_SEQUENCE* release() {
-    ASN1_SEQUENCE* list = head_;
-    head_ = nullptr;
-    tail_ = &head_;
-    return list;
+  // Appends an empty node and returns its value for an encoder to fill; null when the
+  // node cannot be allocated (new_ASN1_SEQUENCE has then said so).
+  DATA_BUFFER* append() {
+    if (new_ASN1_SEQUENCE(tail_) != 0) return nullptr;
+    DATA_BUFFER* value = &(*tail_)->value;
+    tail_ = &(*tail_)->next;
+    return value;
   }
 
   const ASN1_SEQUENCE* head() const { return head_; }
-  bool empty() const { return head_ == nullptr; }
 
  private:
   ASN1_SEQUENCE* head_ = nullptr;
   ASN1_SEQUENCE** tail_ = &head_;
+};
+
+// The components of one split element, read front to back.
+class SplitElement {
+ public:
+  SplitElement() = default;
+  SplitElement(const SplitElement&) = delete;
+  SplitElement& operator=(const SplitElement&) = delete;
+  ~SplitElement() { free_ASN1_SEQUENCE(head_); }
+
+  // Where ASN1_Decode_Sequence / ASN1_Decode_Set put the list.
+  ASN1_SEQUENCE** out() { return &head_; }
+  const ASN1_SEQUENCE* head() const { return head_; }
+
+  // The next component not read yet, or null when the list has run out. The list owns
+  // its copies of the components, so a decoder may rewrite them in place.
+  DATA_BUFFER* next() {
+    ASN1_SEQUENCE* node = cursor_ == nullptr ? head_ : cursor_->next;
+    if (node == nullptr) return nullptr;
+    cursor_ = node;
+    return &node->value;
+  }
+
+ private:
+  ASN1_SEQUENCE* head_ = nullptr;
+  ASN1_SEQUENCE* cursor_ = nullptr;
 };
 
 }  // namespace hylorn

@@ -92,25 +92,27 @@ u32 Create_One_New_X509_EXTN(X509_EXTN_CONTEXT* ctx) {
 u32 Der_Encode_X509_Extn(const X509_EXTN* node, DATA_BUFFER* out) {
   ErrorScope err(501);
   ElementList parts;
-  DATA_BUFFER element{0, nullptr};
-  if (ASN1_Encode_Object(node->extnID, &element) != 0) return err.fail(1, "ASN1_Encode_Object");
-  if (parts.add(&element) != 0) return err.fail(2, "new_ASN1_SEQUENCE");
+  DATA_BUFFER* part = parts.append();
+  if (part == nullptr) return err.fail(1, "new_ASN1_SEQUENCE");
+  if (ASN1_Encode_Object(node->extnID, part) != 0) return err.fail(2, "ASN1_Encode_Object");
   if (node->critical != 0) {
-    if (ASN1_Encode_Boolean(1, &element) != 0) return err.fail(3, "ASN1_Encode_Boolean");
-    if (parts.add(&element) != 0) return err.fail(4, "new_ASN1_SEQUENCE");
+    if ((part = parts.append()) == nullptr) return err.fail(3, "new_ASN1_SEQUENCE");
+    if (ASN1_Encode_Boolean(1, part) != 0) return err.fail(4, "ASN1_Encode_Boolean");
   }
-  if (ASN1_Encode_Octet_String(node->extnValue, &element) != 0) {
-    return err.fail(5, "ASN1_Encode_Octet_String");
+  if ((part = parts.append()) == nullptr) return err.fail(5, "new_ASN1_SEQUENCE");
+  if (ASN1_Encode_Octet_String(node->extnValue, part) != 0) {
+    return err.fail(6, "ASN1_Encode_Octet_String");
   }
-  if (parts.add(&element) != 0) return err.fail(6, "new_ASN1_SEQUENCE");
-  if (parts.encode(out) != 0) return err.fail(7, "ASN1_Encode_Sequence");
+  if (ASN1_Encode_Sequence(parts.head(), out) != 0) return err.fail(7, "ASN1_Encode_Sequence");
   return 0;
 }
 
 u32 Der_Decode_X509_Extn(u32 total, const u8* der, X509_EXTN* node) {
   ErrorScope err(502);
-  ElementList parts;
-  if (parts.split(total, der) != 0) return err.fail(1, "ASN1_Decode_Sequence");
+  SplitElement parts;
+  if (ASN1_Decode_Sequence(total, der, parts.out()) != 0) {
+    return err.fail(1, "ASN1_Decode_Sequence");
+  }
   const ASN1_SEQUENCE* part = parts.head();
   if (part == nullptr) return err.fail(2, "certificate encode error");
   if (ASN1_Decode_Object(part->value.length, part->value.data, &node->extnID) != 0) {
@@ -152,16 +154,20 @@ u32 Cert_Encode_X509_Extensions_End(X509_EXTN_CONTEXT* ctx, DATA_BUFFER* out, u8
   if (ctx->head == nullptr) return err.fail(1, "no extension");
   ElementList extensions;
   for (const X509_EXTN* node = ctx->head; node != nullptr; node = node->next) {
-    DATA_BUFFER element{0, nullptr};
-    if (Der_Encode_X509_Extn(node, &element) != 0) return err.fail(2, "Der_Encode_X509_Extn");
-    if (extensions.add(&element) != 0) return err.fail(3, "new_ASN1_SEQUENCE");
+    DATA_BUFFER* element = extensions.append();
+    if (element == nullptr) return err.fail(node == ctx->head ? 3 : 4, "new_ASN1_SEQUENCE");
+    if (Der_Encode_X509_Extn(node, element) != 0) return err.fail(5, "Der_Encode_X509_Extn");
   }
   if (tag == kBareExtensions) {
-    if (extensions.encode(out) != 0) return err.fail(4, "ASN1_Encode_Sequence");
+    if (ASN1_Encode_Sequence(extensions.head(), out) != 0) {
+      return err.fail(14, "ASN1_Encode_Sequence");
+    }
     return 0;
   }
   DATA_BUFFER sequence{0, nullptr};
-  if (extensions.encode(&sequence) != 0) return err.fail(4, "ASN1_Encode_Sequence");
+  if (ASN1_Encode_Sequence(extensions.head(), &sequence) != 0) {
+    return err.fail(14, "ASN1_Encode_Sequence");
+  }
   auto free_sequence = on_exit([&] { free_DATA_BUFFER(&sequence); });
   if (ASN1_Encode_Explicit_Tag(sequence, tag, out) != 0) {
     return err.fail(15, "ASN1_Encode_Explicit_Tag");
@@ -183,9 +189,11 @@ u32 Cert_Decode_X509_Extensions_Begin(u32 total, const u8* der, X509_EXTN_CONTEX
     total = inner.length;
     der = inner.data;
   }
-  ElementList extensions;
-  if (extensions.split(total, der) != 0) return err.fail(3, "ASN1_Decode_Sequence");
-  if (extensions.empty()) return err.fail(5, "no extension");
+  SplitElement extensions;
+  if (ASN1_Decode_Sequence(total, der, extensions.out()) != 0) {
+    return err.fail(3, "ASN1_Decode_Sequence");
+  }
+  if (extensions.head() == nullptr) return err.fail(5, "no extension");
   // A failure part-way leaves nothing behind for the caller to free.
   auto free_list = on_exit([&] {
     free_X509_EXTN(ctx->head);
