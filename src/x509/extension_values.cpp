@@ -27,7 +27,8 @@ constexpr u8 kContext2 = 0x82;
 constexpr u8 kContext1Constructed = 0xA1;
 constexpr u8 kDirectoryName = 0xA4;  // [4] EXPLICIT Name inside a GeneralName
 constexpr u8 kDirectoryNameTag = 4;
-constexpr u32 kIdQtCps = 94;  // 1.3.6.1.5.5.7.2.1
+constexpr u32 kIdQtCps = 94;             // 1.3.6.1.5.5.7.2.1
+constexpr u32 kBasicConstraintsId = 82;  // 2.5.29.19
 constexpr u32 kTimeDigits = 14;
 
 // SEQUENCE { SEQUENCE { INTEGER 0, AlgorithmIdentifier { sha1, NULL },
@@ -187,7 +188,7 @@ u32 Encode_XEXT_AuthorityKeyIdentifier(const ExtensionKind& kind,
     if (aki->authorityCertSerialNumberPresent != 0) {
       if ((e = parts.append()) == nullptr) return err.fail(6, "new_ASN1_SEQUENCE");
       if (encode_implicit(aki->authorityCertSerialNumber, kContext2, e) != 0) {
-        return err.fail(7, "ASN1_Encode_Integer");
+        return err.fail(7, "ASN1_Encode_Octet_String");
       }
     }
     if (ASN1_Encode_Sequence(parts.head(), value) != 0) {
@@ -272,8 +273,9 @@ u32 Encode_XEXT_PrivateKeyUsagePeriod(const ExtensionKind& kind,
       u8 tag;
     } bounds[] = {{user->notBeforePresent, user->notBefore, kContext0},
                   {user->notAfterPresent, user->notAfter, kContext1}};
-    int step = 2;
-    for (const auto& b : bounds) {
+    for (int k = 0; k < 2; ++k) {
+      const auto& b = bounds[k];
+      const int step = 2 + 2 * k;  // 2, 3 for notBefore; 4, 5 for notAfter
       if (b.present == 0) continue;
       char time[kTimeDigits + 1];
       const DATA_BUFFER digits = field_text(b.text, kTimeDigits);
@@ -283,9 +285,8 @@ u32 Encode_XEXT_PrivateKeyUsagePeriod(const ExtensionKind& kind,
       if (e == nullptr) return err.fail(step, "new_ASN1_SEQUENCE");
       const DATA_BUFFER text{digits.length + 1, reinterpret_cast<u8*>(time)};
       if (encode_implicit(text, b.tag, e) != 0) {
-        return err.fail(step + 1, "ASN1_Encode_GeneralizedTime");
+        return err.fail(step + 1, "ASN1_Encode_Octet_String");
       }
-      step += 2;
     }
     if (ASN1_Encode_Sequence(parts.head(), value) != 0) {
       return err.fail(6, "ASN1_Encode_Sequence");
@@ -450,7 +451,7 @@ u32 Decode_XEXT_CertificatePolicies(const ExtensionKind& kind, const X509_EXTN* 
 u32 Encode_XEXT_BasicConstraints(u8 cA, u8 pathLenConstraint, u8 pathLenPresent, u8 critical,
                                  X509_EXTN* node) {
   ErrorScope err(506);
-  return encode_extension(err, 82, critical, node, [&](DATA_BUFFER* value) {
+  return encode_extension(err, kBasicConstraintsId, critical, node, [&](DATA_BUFFER* value) {
     FieldBuilder parts;
     // cA FALSE is the DEFAULT and left out; a path length means nothing without it.
     if (cA != 0) {
