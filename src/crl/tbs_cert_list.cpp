@@ -170,7 +170,7 @@ u32 Der_Decode_REVOKED_CERT(u32 total, const u8* der, CRL_REVOKED_CERT* entry) {
     free_DATA_BUFFER(&entry->userCertificate);
     free_DATA_BUFFER(&entry->crlEntryExtensions);
   });
-  const DATA_BUFFER* p = parts.next();
+  DATA_BUFFER* p = parts.next();
   if (p == nullptr) return err.fail(2, " ");
   if (Der_Decode_serialNumber(p->length, p->data, &entry->userCertificate) != 0) {
     return err.fail(3, "Der_Decode_serialNumber");
@@ -180,13 +180,13 @@ u32 Der_Decode_REVOKED_CERT(u32 total, const u8* der, CRL_REVOKED_CERT* entry) {
   if (decode_time(p, &entry->revocationDate) != 0) return err.fail(5, "Der_Decode_X509_TIME");
   p = parts.next();
   if (p != nullptr && tag_of(p) == kSequenceTag) {
-    if (copy_DATA_BUFFER(&entry->crlEntryExtensions, p->length, p->data) != 0) {
-      return err.fail(6, "copy_DATA_BUFFER");
-    }
+    // The split list holds its own copy of the element: the entry takes it over.
+    entry->crlEntryExtensions = *p;
+    ini_DATA_BUFFER(p);
     entry->crlEntryExtensionsPresent = 1;
     p = parts.next();
   }
-  if (p != nullptr) return err.fail(7, "unexpected element");
+  if (p != nullptr) return err.fail(6, "unexpected element");
   clear.release();
   return 0;
 }
