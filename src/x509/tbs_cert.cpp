@@ -6,8 +6,8 @@
 #include "asn1/der.h"
 #include "frame/error.h"
 #include "frame/guard.h"
-#include "x509/element_list.h"
 #include "x509/extensions.h"
+#include "x509/field_list.h"
 #include "x509/name.h"
 #include "x509/public_key.h"
 #include "x509/time.h"
@@ -244,7 +244,7 @@ u32 Der_Decode_X509_subjectUniqueID(u32 total, u8* der, BIT_DATA_BUFFER* id) {
 //   subject, subjectPublicKeyInfo, issuerUniqueID, subjectUniqueID, extensions }
 u32 Der_Encode_X509_Tbs_Cert(const X509_TBS_CERT* tbs, DATA_BUFFER* out) {
   ErrorScope err(kFnEncodeTbs);
-  ElementList fields;
+  FieldBuilder fields;
   int err_no = 0;
   for (const TbsField& f : kTbsFields) {
     err_no += 2;
@@ -280,7 +280,7 @@ u32 Der_Decode_X509_Tbs_Cert(u32 total, const u8* der, X509_TBS_CERT* tbs) {
     free_X509_TBS_CERT(tbs);
     ini_X509_TBS_CERT(tbs);
   });
-  SplitElement fields;
+  FieldReader fields;
   if (ASN1_Decode_Sequence(total, der, fields.out()) != 0) {
     return err.fail(2, "ASN1_Decode_Sequence");
   }
