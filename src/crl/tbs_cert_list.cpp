@@ -7,7 +7,7 @@
 #include "asn1/list.h"
 #include "frame/error.h"
 #include "frame/guard.h"
-#include "x509/element_list.h"
+#include "x509/field_list.h"
 #include "x509/name.h"
 #include "x509/public_key.h"
 #include "x509/tbs_cert.h"
@@ -25,7 +25,7 @@ constexpr u8 kCrlExtensionsTag0 = 0xA0;
 // Appends one element to list, made by encode into the new node: err_no reports a node
 // that cannot be made, err_no + 1 the coder's failure.
 template <class Encode>
-u32 add(const ErrorScope& err, ElementList& list, int err_no, const char* msg, Encode encode) {
+u32 add(const ErrorScope& err, FieldBuilder& list, int err_no, const char* msg, Encode encode) {
   DATA_BUFFER* part = list.append();
   if (part == nullptr) return err.fail(err_no, "new_ASN1_SEQUENCE");
   if (encode(part) != 0) return err.fail(err_no + 1, msg);
@@ -53,7 +53,7 @@ u32 decode_time(const DATA_BUFFER* element, X509_TIME* time) {
 //   revokedCertificates SEQUENCE OF SEQUENCE { ... }   (905)
 u32 encode_revoked_list(const CRL_REVOKED_CERT* entry, DATA_BUFFER* out) {
   ErrorScope err(905);
-  ElementList list;
+  FieldBuilder list;
   for (; entry != nullptr; entry = entry->next) {
     if (add(err, list, 1, "Der_Encode_REVOKED_CERT",
             [&](DATA_BUFFER* part) { return Der_Encode_REVOKED_CERT(entry, part); })) {
@@ -67,7 +67,7 @@ u32 encode_revoked_list(const CRL_REVOKED_CERT* entry, DATA_BUFFER* out) {
 // Entries are decoded in DER order and appended at the tail, so a list of any length
 // is read in linear time.
 u32 decode_revoked_list(const ErrorScope& err, const DATA_BUFFER* element, CRL_REVOKED_CERT** out) {
-  SplitElement entries;
+  FieldReader entries;
   if (ASN1_Decode_Sequence(element->length, element->data, entries.out()) != 0) {
     return err.fail(10, "ASN1_Decode_Sequence");
   }
@@ -143,7 +143,7 @@ u32 free_CRL_TBS_CERT_LIST(CRL_TBS_CERT_LIST* tbs) {
 //              crlEntryExtensions Extensions OPTIONAL }
 u32 Der_Encode_REVOKED_CERT(const CRL_REVOKED_CERT* entry, DATA_BUFFER* out) {
   ErrorScope err(903);
-  ElementList list;
+  FieldBuilder list;
   if (add(err, list, 1, "Der_Encode_serialNumber",
           [&](DATA_BUFFER* p) { return Der_Encode_serialNumber(entry->userCertificate, p); }) ||
       add(err, list, 3, "Der_Encode_X509_TIME",
@@ -162,7 +162,7 @@ u32 Der_Encode_REVOKED_CERT(const CRL_REVOKED_CERT* entry, DATA_BUFFER* out) {
 
 u32 Der_Decode_REVOKED_CERT(u32 total, const u8* der, CRL_REVOKED_CERT* entry) {
   ErrorScope err(904);
-  SplitElement parts;
+  FieldReader parts;
   if (ASN1_Decode_Sequence(total, der, parts.out()) != 0) {
     return err.fail(1, "ASN1_Decode_Sequence");
   }
@@ -195,7 +195,7 @@ u32 Der_Decode_REVOKED_CERT(u32 total, const u8* der, CRL_REVOKED_CERT* entry) {
 
 u32 Der_Encode_CRL_TBS_CERT_LIST(const CRL_TBS_CERT_LIST* tbs, DATA_BUFFER* out) {
   ErrorScope err(901);
-  ElementList list;
+  FieldBuilder list;
   // Version ::= INTEGER { v1(0), v2(1) }, untagged here unlike a certificate's.
   const DATA_BUFFER version{1, const_cast<u8*>(&tbs->version)};
   if (tbs->versionPresent && add(err, list, 1, "ASN1_Encode_Integer",
@@ -232,7 +232,7 @@ u32 Der_Encode_CRL_TBS_CERT_LIST(const CRL_TBS_CERT_LIST* tbs, DATA_BUFFER* out)
 
 u32 Der_Decode_CRL_TBS_CERT_LIST(u32 total, const u8* der, CRL_TBS_CERT_LIST* tbs) {
   ErrorScope err(902);
-  SplitElement parts;
+  FieldReader parts;
   if (ASN1_Decode_Sequence(total, der, parts.out()) != 0) {
     return err.fail(1, "ASN1_Decode_Sequence");
   }
