@@ -2,9 +2,13 @@
 
 #include <sys/wait.h>
 
+#include <algorithm>
+#include <chrono>
 #include <cstdio>
 #include <cstring>
 #include <stdexcept>
+#include <thread>
+#include <vector>
 
 namespace cert_test {
 
@@ -67,15 +71,21 @@ Name name_of(const char (*slots)[HYLORN_NAME_SIZE]) {
 
 namespace {
 
-Key make_key(const TempDir& dir, const std::string& name) {
-  Key k{dir.path(name), Bytes(HYLORN_PUBKEY_DER_SIZE)};
-  Bytes pri(HYLORN_PRIKEY_DER_SIZE);
-  unsigned pubLen = 0, priLen = 0;
-  if (Crypt_GenRSAKeyPair(k.file.c_str(), 0, k.pub.data(), &pubLen, pri.data(), &priLen)) {
-    throw std::runtime_error("Crypt_GenRSAKeyPair");
+// The generator seeds itself from the calendar second, so keys made within one second
+// are the same key: wait for the next second until the key is new.
+Key make_key(const TempDir& dir, const std::string& name, const std::vector<Bytes>& taken) {
+  Key k{dir.path(name), {}};
+  for (;;) {
+    k.pub.assign(HYLORN_PUBKEY_DER_SIZE, 0);
+    Bytes pri(HYLORN_PRIKEY_DER_SIZE);
+    unsigned pubLen = 0, priLen = 0;
+    if (Crypt_GenRSAKeyPair(k.file.c_str(), 0, k.pub.data(), &pubLen, pri.data(), &priLen)) {
+      throw std::runtime_error("Crypt_GenRSAKeyPair");
+    }
+    k.pub.resize(pubLen);
+    if (std::find(taken.begin(), taken.end(), k.pub) == taken.end()) return k;
+    std::this_thread::sleep_for(std::chrono::milliseconds(250));
   }
-  k.pub.resize(pubLen);
-  return k;
 }
 
 }  // namespace
@@ -83,10 +93,11 @@ Key make_key(const TempDir& dir, const std::string& name) {
 const Pki& pki() {
   static const Pki* p = [] {
     auto* made = new Pki;
-    made->root = make_key(made->dir, "root.key");
-    made->inter = make_key(made->dir, "inter.key");
-    made->leaf = make_key(made->dir, "leaf.key");
-    made->other = make_key(made->dir, "other.key");
+    made->root = make_key(made->dir, "root.key", {});
+    made->inter = make_key(made->dir, "inter.key", {made->root.pub});
+    made->leaf = make_key(made->dir, "leaf.key", {made->root.pub, made->inter.pub});
+    made->other =
+        make_key(made->dir, "other.key", {made->root.pub, made->inter.pub, made->leaf.pub});
     return made;
   }();
   return *p;

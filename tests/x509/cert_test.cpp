@@ -122,7 +122,7 @@ TEST(CertTools, ReadEveryFieldAndExtension) {
         "C = CN, O = Leaf Org, OU = Leaf Unit, ST = Shanghai, CN = leaf.example, L = Pudong, "
         "title = Engineer, SN = Zhang, GN = Wei, initials = ZW, emailAddress = "
         "leaf@example.com, postalAddress = 1 Leaf Road, postalCode = 200120, telephoneNumber = "
-        "+86 21 5555, telexNumber = 12345, postOfficeBox = PO 7",
+        "\"+86 21 5555\", telexNumber = 12345, postOfficeBox = PO 7",
         "Public-Key: (1024 bit)",
         "X509v3 Authority Key Identifier: \n",
         "DirName:/C=CN/O=Hylorn Test/OU=Roots/CN=Hylorn Root",
@@ -144,8 +144,8 @@ TEST(CertTools, ReadEveryFieldAndExtension) {
        {"Version: 3",
         "Serial Number (hex): 0a0b",
         "Issuer: EMAIL=ca@example.com,CN=Hylorn Issuing,ST=Beijing,O=Hylorn Test,C=CN",
-        "telexNumber",
-        "CN=leaf.example",
+        "2.5.4.21=#13053132333435,telephoneNumber=\\+86 21 5555,postalCode=200120",
+        "initials=ZW,givenName=Wei,surName=Zhang,title=Engineer,L=Pudong,CN=leaf.example",
         "Basic Constraints (critical):",
         "Certificate Authority (CA): FALSE",
         "Key Usage (critical):",
