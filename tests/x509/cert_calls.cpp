@@ -50,6 +50,10 @@ unsigned encode_cert(const CertInput& in, Bytes* out) {
 
 unsigned decode_cert(const Bytes& der, CertOutput* o, u8 fill) {
   std::memset(o, fill, sizeof *o);
+  return decode_cert_into(der, o);
+}
+
+unsigned decode_cert_into(const Bytes& der, CertOutput* o) {
   return Crypt_Decode_Cert(
       der.data(), unsigned(der.size()), &o->version, o->serial, &o->serialLen, &o->sigAlg,
       o->params, &o->paramsLen, OUT_SLOTS(o->issuer), o->notBefore, o->notAfter,

@@ -85,6 +85,8 @@ struct CertOutput {
 unsigned encode_cert(const CertInput& in, Bytes* out);
 // Fills every output byte with fill before the call, so that a test sees what was set.
 unsigned decode_cert(const Bytes& der, CertOutput* out, u8 fill = 0xA5);
+// The call alone.
+unsigned decode_cert_into(const Bytes& der, CertOutput* out);
 
 Name name_of(const char (*slots)[HYLORN_NAME_SIZE]);
 inline Bytes bytes(const u8* p, unsigned n) {
