@@ -169,6 +169,14 @@ bool fill_set_cert_type(const ExtensionsIn& in, CERT_EXTN_INFO* info, u32 critic
 
 // ---- out of the caller record ----------------------------------------------------------
 
+// Octets of a record field into an output of the same size; the length is already
+// within the field, and the copy never trusts it further than that.
+void take_octets(u8* out, u32* outLen, const u8* field, u32 length, u32 size) {
+  const u32 n = length < size ? length : size;
+  std::memcpy(out, field, n);
+  *outLen = n;
+}
+
 void copy_text(char* out, const char* field, u32 size) {
   const std::size_t n = strnlen(field, size - 1);
   std::memcpy(out, field, n);
@@ -230,8 +238,8 @@ u32 unpack_aki(const CERT_EXTN_INFO& info, const ExtensionsOut& out) {
     unpack_name(aki.authorityCertIssuer[0], out.akiIssuer);
   }
   if (aki.authorityCertSerialNumberPresent) {
-    std::memcpy(out.akiSerial, aki.authorityCertSerialNumber, aki.authorityCertSerialNumberLength);
-    *out.akiSerialLen = aki.authorityCertSerialNumberLength;
+    take_octets(out.akiSerial, out.akiSerialLen, aki.authorityCertSerialNumber,
+                aki.authorityCertSerialNumberLength, kSerialSize);
   }
   return aki.critical;
 }
@@ -253,10 +261,9 @@ u32 unpack_policies(const CERT_EXTN_INFO& info, const ExtensionsOut& out) {
   const auto& policies = info.certificatePolicies;
   const u32 count = policies.count < kPolicySlots ? policies.count : kPolicySlots;
   for (u32 i = 0; i < count && i < kPolicyArguments; ++i) {
-    const u32 n = policies.policyIdentifierLength[i];
     const PolicyOut& p = out.policies[i];
-    std::memcpy(p.oid, policies.policyIdentifier[i], n < kPolicyOidSize ? n : kPolicyOidSize);
-    *p.oidLength = n < kPolicyOidSize ? n : kPolicyOidSize;
+    take_octets(p.oid, p.oidLength, policies.policyIdentifier[i],
+                policies.policyIdentifierLength[i], kPolicyOidSize);
     copy_text(p.qualifier, policies.qualifier[i], kPolicyQualifierSize);
   }
   *out.policyCount = count;
@@ -278,9 +285,7 @@ u32 unpack_ns_cert_type(const CERT_EXTN_INFO& info, const ExtensionsOut& out) {
 
 u32 unpack_hashed_root_key(const CERT_EXTN_INFO& info, const ExtensionsOut& out) {
   const auto& key = info.setHashedRootKey;
-  const u32 n = key.length < kHashedRootKeySize ? key.length : kHashedRootKeySize;
-  std::memcpy(out.hashedRootKey, key.octets, n);
-  *out.hashedRootKeyLen = n;
+  take_octets(out.hashedRootKey, out.hashedRootKeyLen, key.octets, key.length, kHashedRootKeySize);
   return key.critical;
 }
 
@@ -330,10 +335,8 @@ void unpack_extensions(const USER_X509_TBS_CERT& user, u32* selected, u32* criti
   // The subject key identifier has no selection bit; it has its own trailing output.
   if (user.extensions.subjectKeyIdentifierPresent) {
     const auto& ski = user.extensions.subjectKeyIdentifier;
-    const u32 n =
-        ski.keyIdentifierLength < kKeyIdentifierSize ? ski.keyIdentifierLength : kKeyIdentifierSize;
-    std::memcpy(out.subjectKeyId, ski.keyIdentifier, n);
-    *out.subjectKeyIdLen = n;
+    take_octets(out.subjectKeyId, out.subjectKeyIdLen, ski.keyIdentifier, ski.keyIdentifierLength,
+                kKeyIdentifierSize);
   }
 }
 
@@ -399,19 +402,18 @@ void clear_core(const CoreOut& out) {
 void unpack_core(const USER_X509_TBS_CERT& user, const USER_X509_ALG_ID& outer,
                  const CoreOut& out) {
   *out.version = user.version;
-  std::memcpy(out.serial, user.serialNumber, user.serialNumberLength);
-  *out.serialLen = user.serialNumberLength;
+  take_octets(out.serial, out.serialLen, user.serialNumber, user.serialNumberLength, kSerialSize);
   // The algorithm reported is the outer one, the one the signature was made with.
   *out.sigAlg = outer.algorithm;
-  std::memcpy(out.params, outer.parameters, outer.parametersLength);
-  *out.paramsLen = outer.parametersLength;
+  take_octets(out.params, out.paramsLen, outer.parameters, outer.parametersLength,
+              kAlgorithmParametersSize);
   unpack_name(user.issuer, out.issuer);
   copy_text(out.notBefore, user.validity.notBefore, kTimeTextSize);
   copy_text(out.notAfter, user.validity.notAfter, kTimeTextSize);
   unpack_name(user.subject, out.subject);
   const auto& key = user.subjectPublicKeyInfo;
-  std::memcpy(out.pubKey, key.subjectPublicKey, key.subjectPublicKeyLength);
-  *out.pubKeyLen = key.subjectPublicKeyLength;
+  take_octets(out.pubKey, out.pubKeyLen, key.subjectPublicKey, key.subjectPublicKeyLength,
+              kPublicKeySize);
 }
 
 }  // namespace
