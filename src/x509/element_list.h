@@ -44,9 +44,10 @@ class SplitElement {
   ASN1_SEQUENCE** out() { return &head_; }
   const ASN1_SEQUENCE* head() const { return head_; }
 
-  // The next component not read yet, or null when the list has run out.
-  const DATA_BUFFER* next() {
-    const ASN1_SEQUENCE* node = cursor_ == nullptr ? head_ : cursor_->next;
+  // The next component not read yet, or null when the list has run out. The list owns
+  // its copies of the components, so a decoder may rewrite them in place.
+  DATA_BUFFER* next() {
+    ASN1_SEQUENCE* node = cursor_ == nullptr ? head_ : cursor_->next;
     if (node == nullptr) return nullptr;
     cursor_ = node;
     return &node->value;
@@ -54,7 +55,7 @@ class SplitElement {
 
  private:
   ASN1_SEQUENCE* head_ = nullptr;
-  const ASN1_SEQUENCE* cursor_ = nullptr;
+  ASN1_SEQUENCE* cursor_ = nullptr;
 };
 
 }  // namespace hylorn

@@ -8,7 +8,7 @@
 #include "asn1/oid.h"
 #include "frame/error.h"
 #include "frame/guard.h"
-#include "x509/element_list.h"
+#include "x509/field_list.h"
 
 namespace hylorn {
 namespace {
@@ -72,7 +72,7 @@ const StringDecoder* string_decoder(u8 tag) {
 
 // AttributeTypeAndValue wrapped alone in its SET, into out.
 u32 encode_rdn(const ErrorScope& err, const X500_NAME* node, DATA_BUFFER* out) {
-  ElementList atv;
+  FieldBuilder atv;
   DATA_BUFFER* type = atv.append();
   if (type == nullptr) return err.fail(1, "new_ASN1_SEQUENCE");
   if (ASN1_Encode_Object(node->type, type) != 0) return err.fail(2, "ASN1_Encode_Object");
@@ -83,7 +83,7 @@ u32 encode_rdn(const ErrorScope& err, const X500_NAME* node, DATA_BUFFER* out) {
   } else if (ASN1_Encode_PrintableString(node->value, value) != 0) {
     return err.fail(5, "ASN1_Encode_PrintableString");
   }
-  ElementList rdn;
+  FieldBuilder rdn;
   DATA_BUFFER* member = rdn.append();
   if (member == nullptr) return err.fail(6, "new_ASN1_SET");
   if (ASN1_Encode_Sequence(atv.head(), member) != 0) return err.fail(7, "ASN1_Encode_Sequence");
@@ -93,13 +93,13 @@ u32 encode_rdn(const ErrorScope& err, const X500_NAME* node, DATA_BUFFER* out) {
 
 // One RDN element: a node holding its first attribute.
 u32 decode_rdn(const ErrorScope& err, const DATA_BUFFER& rdn, X500_NAME** node) {
-  SplitElement set;
+  FieldReader set;
   if (ASN1_Decode_Set(rdn.length, rdn.data, set.out()) != 0) {
     return err.fail(4, "ASN1_Decode_Set");
   }
   const DATA_BUFFER* first = set.next();
   if (first == nullptr) return err.fail(7, "");
-  SplitElement atv;
+  FieldReader atv;
   if (ASN1_Decode_Sequence(first->length, first->data, atv.out()) != 0) {
     return err.fail(5, "ASN1_Decode_Sequence");
   }
@@ -158,7 +158,7 @@ u32 free_X500_NAME(X500_NAME* list) {
 // Name ::= SEQUENCE OF RelativeDistinguishedName, one attribute per SET
 u32 Der_Encode_X500_Name(const X500_NAME* list, DATA_BUFFER* out) {
   ErrorScope err(kFnEncodeName);
-  ElementList rdns;
+  FieldBuilder rdns;
   for (const X500_NAME* node = list; node != nullptr; node = node->next) {
     DATA_BUFFER* rdn = rdns.append();
     if (rdn == nullptr) return err.fail(9, "new_ASN1_SEQUENCE");
@@ -172,7 +172,7 @@ u32 Der_Decode_X500_Name(u32 total, const u8* der, X500_NAME** list) {
   ErrorScope err(kFnDecodeName);
   *list = nullptr;
   if (total < 2) return err.fail(1, "der_x500_name length error, encode error");
-  SplitElement rdns;
+  FieldReader rdns;
   if (ASN1_Decode_Sequence(total, der, rdns.out()) != 0) {
     return err.fail(2, "ASN1_Decode_Sequence");
   }

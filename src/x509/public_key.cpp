@@ -6,7 +6,7 @@
 #include "asn1/der.h"
 #include "frame/error.h"
 #include "frame/guard.h"
-#include "x509/element_list.h"
+#include "x509/field_list.h"
 
 namespace hylorn {
 namespace {
@@ -23,7 +23,7 @@ constexpr int kFnKeyToUser = 310;
 // AlgorithmIdentifier ::= SEQUENCE { algorithm OBJECT IDENTIFIER, parameters ANY OPTIONAL }
 u32 Der_Encode_X509_Alg_Id(const X509_ALG_ID* alg, DATA_BUFFER* out) {
   ErrorScope err(kFnEncodeAlgId);
-  ElementList parts;
+  FieldBuilder parts;
   DATA_BUFFER* oid = parts.append();
   if (oid == nullptr) return err.fail(1, "new_ASN1_SEQUENCE");
   if (ASN1_Encode_Object(alg->algorithm, oid) != 0) return err.fail(2, "ASN1_Encode_Object");
@@ -39,7 +39,7 @@ u32 Der_Encode_X509_Alg_Id(const X509_ALG_ID* alg, DATA_BUFFER* out) {
 // Both components are required: an identifier without parameters is refused.
 u32 Der_Decode_X509_Alg_Id(u32 total, const u8* der, X509_ALG_ID* alg) {
   ErrorScope err(kFnDecodeAlgId);
-  SplitElement parts;
+  FieldReader parts;
   if (ASN1_Decode_Sequence(total, der, parts.out()) != 0) {
     return err.fail(1, "ASN1_Decode_Sequence");
   }
@@ -65,7 +65,7 @@ u32 Der_Decode_X509_Alg_Id(u32 total, const u8* der, X509_ALG_ID* alg) {
 //                                     subjectPublicKey BIT STRING }
 u32 Der_Encode_X509_Public_Key(const X509_PUBLIC_KEY* key, DATA_BUFFER* out) {
   ErrorScope err(kFnEncodeKey);
-  ElementList parts;
+  FieldBuilder parts;
   DATA_BUFFER* algorithm = parts.append();
   if (algorithm == nullptr) return err.fail(1, "new_ASN1_SEQUENCE");
   if (Der_Encode_X509_Alg_Id(&key->algorithm, algorithm) != 0) {
@@ -81,7 +81,7 @@ u32 Der_Encode_X509_Public_Key(const X509_PUBLIC_KEY* key, DATA_BUFFER* out) {
 
 u32 Der_Decode_X509_Public_Key(u32 total, const u8* der, X509_PUBLIC_KEY* key) {
   ErrorScope err(kFnDecodeKey);
-  SplitElement parts;
+  FieldReader parts;
   if (ASN1_Decode_Sequence(total, der, parts.out()) != 0) {
     return err.fail(2, "ASN1_Decode_Sequence");
   }

@@ -3,7 +3,7 @@
 #include "asn1/der.h"
 #include "frame/error.h"
 #include "frame/guard.h"
-#include "x509/element_list.h"
+#include "x509/field_list.h"
 #include "x509/public_key.h"
 
 namespace hylorn {
@@ -29,7 +29,7 @@ u32 free_COMMON_SIGNED_PACKET(COMMON_SIGNED_PACKET* packet) {
 // SEQUENCE { tbs, signatureAlgorithm AlgorithmIdentifier, signature BIT STRING }
 u32 Der_Encode_COMMON_SIGNED_PACKET(const COMMON_SIGNED_PACKET* packet, DATA_BUFFER* out) {
   ErrorScope err(kFnEncodePacket);
-  ElementList parts;
+  FieldBuilder parts;
   DATA_BUFFER* tbs = parts.append();
   if (tbs == nullptr) return err.fail(2, "new_ASN1_SEQUENCE");
   if (copy_DATA_BUFFER(tbs, packet->tbs.length, packet->tbs.data) != 0) {
@@ -50,7 +50,7 @@ u32 Der_Encode_COMMON_SIGNED_PACKET(const COMMON_SIGNED_PACKET* packet, DATA_BUF
 
 u32 Der_Decode_COMMON_SIGNED_PACKET(u32 total, const u8* der, COMMON_SIGNED_PACKET* packet) {
   ErrorScope err(kFnDecodePacket);
-  SplitElement parts;
+  FieldReader parts;
   if (ASN1_Decode_Sequence(total, der, parts.out()) != 0) {
     return err.fail(1, "ASN1_Decode_Sequence");
   }

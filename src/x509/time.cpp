@@ -4,7 +4,7 @@
 
 #include "asn1/der.h"
 #include "frame/error.h"
-#include "x509/element_list.h"
+#include "x509/field_list.h"
 
 namespace hylorn {
 namespace {
@@ -94,7 +94,7 @@ u32 Der_Decode_X509_TIME(u32 total, const u8* der, X509_TIME* time) {
 // Validity ::= SEQUENCE { notBefore Time, notAfter Time }
 u32 Der_Encode_Validity(const X509_VALIDITY* validity, DATA_BUFFER* out) {
   ErrorScope err(kFnEncodeValidity);
-  ElementList times;
+  FieldBuilder times;
   DATA_BUFFER* before = times.append();
   if (before == nullptr) return err.fail(1, "new_ASN1_SEQUENCE");
   if (Der_Encode_X509_TIME(&validity->notBefore, before) != 0) {
@@ -111,7 +111,7 @@ u32 Der_Encode_Validity(const X509_VALIDITY* validity, DATA_BUFFER* out) {
 
 u32 Der_Decode_Validity(u32 total, const u8* der, X509_VALIDITY* validity) {
   ErrorScope err(kFnDecodeValidity);
-  SplitElement times;
+  FieldReader times;
   if (ASN1_Decode_Sequence(total, der, times.out()) != 0) {
     return err.fail(2, "ASN1_Decode_Sequence");
   }
