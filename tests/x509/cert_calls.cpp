@@ -122,6 +122,29 @@ Bytes concat(std::initializer_list<Bytes> parts) {
   return out;
 }
 
+namespace {
+
+// Header size plus contents length of the element at der[pos].
+std::size_t element_size(const Bytes& der, std::size_t pos) {
+  const u8 first = der[pos + 1];
+  if (first < 0x80) return 2 + first;
+  std::size_t n = 0;
+  for (int i = 0; i < (first & 0x7F); ++i) n = n << 8 | der[pos + 2 + i];
+  return 2 + (first & 0x7F) + n;
+}
+
+}  // namespace
+
+std::array<std::pair<std::size_t, std::size_t>, 3> certificate_parts(const Bytes& cert) {
+  std::size_t pos = cert[1] < 0x80 ? 2 : 2 + (cert[1] & 0x7F);
+  std::array<std::pair<std::size_t, std::size_t>, 3> parts;
+  for (auto& p : parts) {
+    p = {pos, element_size(cert, pos)};
+    pos += p.second;
+  }
+  return parts;
+}
+
 ToolRun run(const std::string& command) {
   ToolRun r{-1, {}};
   FILE* pipe = popen((command + " 2>&1").c_str(), "r");

@@ -109,6 +109,13 @@ const Pki& pki();
 // A DER element with definite length (up to 65,535 contents octets).
 Bytes tlv(u8 tag, const Bytes& contents);
 Bytes concat(std::initializer_list<Bytes> parts);
+// Where the TBS, the algorithm and the signature value of a certificate start, and how
+// many octets each element takes (definite lengths).
+std::array<std::pair<std::size_t, std::size_t>, 3> certificate_parts(const Bytes& cert);
+inline Bytes part(const Bytes& cert, int n) {
+  const auto [at, size] = certificate_parts(cert)[n];
+  return Bytes(cert.begin() + at, cert.begin() + at + size);
+}
 
 // The command's standard output and error, and its exit status.
 struct ToolRun {
