@@ -36,15 +36,15 @@ u32 encode_init(u8 version, u16 sigAlg, const u8* params, u32 paramsLen, const N
                 const char* thisUpdate, const char* nextUpdate) {
   start_empty();
   USER_crlTbsCertList_INFO& crl = session.crl;
-  if (paramsLen > kAlgorithmParametersSize || !pack_name(issuer, &crl.issuer) ||
-      !put_text(thisUpdate, crl.thisUpdate) || !put_text(nextUpdate, crl.nextUpdate)) {
+  if (!put_octets(params, paramsLen, crl.signature.parameters, kAlgorithmParametersSize,
+                  &crl.signature.parametersLength) ||
+      !pack_name(issuer, &crl.issuer) || !put_text(thisUpdate, crl.thisUpdate) ||
+      !put_text(nextUpdate, crl.nextUpdate)) {
     start_empty();
     return 1;
   }
   crl.version = version;
   crl.signature.algorithm = sigAlg;
-  if (paramsLen > 0) std::memcpy(crl.signature.parameters, params, paramsLen);
-  crl.signature.parametersLength = static_cast<u16>(paramsLen);
   crl.versionPresent = 1;
   crl.nextUpdatePresent = crl.nextUpdate[0] != '\0' ? 1 : 0;
   return 0;
@@ -52,13 +52,14 @@ u32 encode_init(u8 version, u16 sigAlg, const u8* params, u32 paramsLen, const N
 
 u32 encode_update(const u8* serial, u32 serialLen, const char* revocationDate, u32 extFlags,
                   u32 critFlags, u32 reasonCode, const char* invalidityDate) {
-  if (serialLen > kSerialSize) return 1;
   USER_revokedCert_INFO* entry = nullptr;
   if (new_USER_revokedCert_INFO(&entry) != 0) return 1;
   auto drop = on_exit([&] { free_USER_revokedCert_INFO(entry); });
-  entry->serialNumberLength = static_cast<u16>(serialLen);
-  if (serialLen > 0) std::memcpy(entry->serialNumber, serial, serialLen);
-  if (!put_text(revocationDate, entry->revocationDate)) return 1;
+  if (!put_octets(serial, serialLen, entry->serialNumber, kSerialSize,
+                  &entry->serialNumberLength) ||
+      !put_text(revocationDate, entry->revocationDate)) {
+    return 1;
+  }
   if (extFlags & kCrlFlagReason) {
     entry->reasonPresent = entry->entryExtensionsPresent = 1;
     entry->reasonCode = reasonCode;
@@ -85,22 +86,24 @@ u32 set_crl_extensions(u32 extFlags, u32 critFlags, const NameIn& akiIssuer, con
   session.crl.crlExtensionsPresent =
       (extFlags & (kCrlFlagAuthorityKeyId | kCrlFlagCrlNumber)) != 0 ? 1 : 0;
   if (extFlags & kCrlFlagAuthorityKeyId) {
-    if (akiSerialLen < 0 || akiSerialLen > static_cast<i32>(kSerialSize)) return 1;
+    if (akiSerialLen < 0) return 1;
     USER_XEXT_AuthorityKeyIdentifier& aki = ext.authorityKeyIdentifier;
     ext.authorityKeyIdentifierPresent = 1;
     aki.authorityCertIssuerPresent = 1;
     aki.nameCount = 1;
     if (!pack_name(akiIssuer, &aki.authorityCertIssuer[0])) return 1;
-    aki.authorityCertSerialNumberPresent = akiSerialLen > 0 ? 1 : 0;
-    if (akiSerialLen > 0) std::memcpy(aki.authorityCertSerialNumber, akiSerial, akiSerialLen);
-    aki.authorityCertSerialNumberLength = static_cast<u16>(akiSerialLen);
+    if (!put_octets(akiSerial, akiSerialLen, aki.authorityCertSerialNumber, kSerialSize,
+                    &aki.authorityCertSerialNumberLength)) {
+      return 1;
+    }
+    aki.authorityCertSerialNumberPresent = aki.authorityCertSerialNumberLength > 0 ? 1 : 0;
     aki.critical = (critFlags & kCrlFlagAuthorityKeyId) != 0 ? 1 : 0;
   }
   if (extFlags & kCrlFlagCrlNumber) {
-    if (crlNumberLen > kCrlNumberSize) return 1;
+    if (!put_octets(crlNumber, crlNumberLen, ext.crlNumber, kCrlNumberSize, &ext.crlNumberLength)) {
+      return 1;
+    }
     ext.crlNumberPresent = 1;
-    if (crlNumberLen > 0) std::memcpy(ext.crlNumber, crlNumber, crlNumberLen);
-    ext.crlNumberLength = crlNumberLen;
     ext.crlNumberCritical = (critFlags & kCrlFlagCrlNumber) != 0 ? 1 : 0;
   }
   return 0;

@@ -8,6 +8,7 @@
 #include <cstddef>
 #include <cstring>
 
+#include "frame/error.h"
 #include "frame/types.h"
 #include "x509/records.h"
 
@@ -17,6 +18,10 @@
       p##PostalAddress, p##PostalCode, p##PostOfficeBox, p##Telephone, p##Telex
 
 namespace hylorn {
+
+// A refused argument leaves one entry, so that the caller's error list says why the
+// call failed: (322, 1, ...) for a text, (322, 2, ...) for octets, alone in the list.
+inline constexpr int kFnCallerArgument = 322;
 
 using NameIn = std::array<const char*, kNameSlots>;
 using NameOut = std::array<char*, kNameSlots>;
@@ -28,7 +33,10 @@ using NameOut = std::array<char*, kNameSlots>;
 inline bool put_text(const char* text, char* field, u32 size) {
   if (text == nullptr) text = "";
   const std::size_t n = strnlen(text, size);
-  if (n >= size) return false;
+  if (n >= size) {
+    ErrorScope(kFnCallerArgument).fail(1, "text too long for its field");
+    return false;
+  }
   std::memcpy(field, text, n + 1);
   return true;
 }
@@ -44,7 +52,10 @@ bool put_octets(const u8* src, long long length, u8* field, u32 size, Len* store
     *stored = 0;
     return true;
   }
-  if (length > size) return false;
+  if (length > size) {
+    ErrorScope(kFnCallerArgument).fail(2, "octets too long for their field");
+    return false;
+  }
   std::memcpy(field, src, static_cast<std::size_t>(length));
   *stored = static_cast<Len>(length);
   return true;
