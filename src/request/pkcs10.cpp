@@ -9,6 +9,7 @@
 #include "frame/guard.h"
 #include "hylorn.h"
 #include "request/signed_request.h"
+#include "x509/field_list.h"
 #include "x509/name.h"
 #include "x509/public_key.h"
 #include "x509/signed_packet.h"
@@ -185,31 +186,27 @@ u32 l2u_USER_PKCS10_CERT_REQ_INFO(const PKCS10_CERT_REQ_INFO* info,
 // CertificationRequestInfo ::= SEQUENCE { version, subject, subjectPKInfo, attributes }
 u32 Der_Encode_PKCS10_CERT_REQ_INFO(const PKCS10_CERT_REQ_INFO* info, DATA_BUFFER* out) {
   ErrorScope err(603);
-  ASN1_SEQUENCE* list = nullptr;
-  auto release = on_exit([&] { free_ASN1_SEQUENCE(list); });
-  ASN1_SEQUENCE** tail = &list;
+  FieldBuilder elements;
   for (const InfoEncoder& element : kInfoEncoders) {
-    if (new_ASN1_SEQUENCE(tail) != 0) return err.fail(element.node_err, "new_ASN1_SEQUENCE");
-    if (element.make(*info, &(*tail)->value) != 0) {
-      return err.fail(element.make_err, element.make_msg);
-    }
-    tail = &(*tail)->next;
+    DATA_BUFFER* value = elements.append();
+    if (value == nullptr) return err.fail(element.node_err, "new_ASN1_SEQUENCE");
+    if (element.make(*info, value) != 0) return err.fail(element.make_err, element.make_msg);
   }
-  if (ASN1_Encode_Sequence(list, out) != 0) return err.fail(23, "ASN1_Encode_Sequence");
+  if (ASN1_Encode_Sequence(elements.head(), out) != 0) return err.fail(23, "ASN1_Encode_Sequence");
   return 0;
 }
 
 u32 Der_Decode_PKCS10_CERT_REQ_INFO(u32 total, const u8* der, PKCS10_CERT_REQ_INFO* info) {
   ErrorScope err(604);
-  ASN1_SEQUENCE* list = nullptr;
-  if (ASN1_Decode_Sequence(total, der, &list) != 0) return err.fail(1, "ASN1_Decode_Sequence");
-  auto release = on_exit([&] { free_ASN1_SEQUENCE(list); });
+  FieldReader elements;
+  if (ASN1_Decode_Sequence(total, der, elements.out()) != 0) {
+    return err.fail(1, "ASN1_Decode_Sequence");
+  }
   auto undo = on_exit([&] { free_PKCS10_CERT_REQ_INFO(info); });
-  const ASN1_SEQUENCE* node = list;
   for (const InfoDecoder& element : kInfoDecoders) {
-    if (node == nullptr) return err.fail(element.missing_err, " ");
-    if (element.read(node->value, info) != 0) return err.fail(element.read_err, element.read_msg);
-    node = node->next;
+    const DATA_BUFFER* value = elements.next();
+    if (value == nullptr) return err.fail(element.missing_err, " ");
+    if (element.read(*value, info) != 0) return err.fail(element.read_err, element.read_msg);
   }
   undo.release();
   return 0;

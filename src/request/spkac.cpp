@@ -7,6 +7,7 @@
 #include "frame/error.h"
 #include "frame/guard.h"
 #include "request/signed_request.h"
+#include "x509/field_list.h"
 #include "x509/public_key.h"
 
 namespace hylorn {
@@ -24,18 +25,19 @@ u32 free_NETSCAPE_CERT_REQ_INFO(NETSCAPE_CERT_REQ_INFO* info) {
 // PublicKeyAndChallenge ::= SEQUENCE { spki SubjectPublicKeyInfo, challenge IA5String }
 u32 Der_Decode_NETSCAPE_CERT_REQ_INFO(u32 total, const u8* der, NETSCAPE_CERT_REQ_INFO* info) {
   ErrorScope err(705);
-  ASN1_SEQUENCE* list = nullptr;
-  if (ASN1_Decode_Sequence(total, der, &list) != 0) return err.fail(2, "ASN1_Decode_Sequence");
-  auto release = on_exit([&] { free_ASN1_SEQUENCE(list); });
-  if (list == nullptr) return err.fail(16, " ");
+  FieldReader elements;
+  if (ASN1_Decode_Sequence(total, der, elements.out()) != 0) {
+    return err.fail(2, "ASN1_Decode_Sequence");
+  }
+  const DATA_BUFFER* spki = elements.next();
+  if (spki == nullptr) return err.fail(16, " ");
   auto undo = on_exit([&] { free_NETSCAPE_CERT_REQ_INFO(info); });
-  const DATA_BUFFER& spki = list->value;
-  if (Der_Decode_X509_Public_Key(spki.length, spki.data, &info->subjectPublicKeyInfo) != 0) {
+  if (Der_Decode_X509_Public_Key(spki->length, spki->data, &info->subjectPublicKeyInfo) != 0) {
     return err.fail(17, "Der_Decode_X509_Public_Key");
   }
-  if (list->next == nullptr) return err.fail(21, "encode error");
-  const DATA_BUFFER& challenge = list->next->value;
-  if (ASN1_Decode_IA5String(challenge.length, challenge.data, &info->challenge) != 0) {
+  const DATA_BUFFER* challenge = elements.next();
+  if (challenge == nullptr) return err.fail(21, "encode error");
+  if (ASN1_Decode_IA5String(challenge->length, challenge->data, &info->challenge) != 0) {
     return err.fail(17, "ASN1_Decode_IA5String");
   }
   undo.release();
