@@ -181,17 +181,15 @@ inline ASN1_TIME* time_of(const std::string& t) {
   return out;
 }
 
-inline ASN1_INTEGER* integer_of(const Bytes& magnitude) {
-  BIGNUM* bn = BN_bin2bn(magnitude.data(), int(magnitude.size()), nullptr);
-  ASN1_INTEGER* out = BN_to_ASN1_INTEGER(bn, nullptr);
-  BN_free(bn);
-  return out;
-}
-
 // OpenSSL's setters copy their argument, so it is freed after the call.
 template <class T>
 std::unique_ptr<T, void (*)(T*)> owned(T* object, void (*free)(T*)) {
   return {object, free};
+}
+
+inline ASN1_INTEGER* integer_of(const Bytes& m) {
+  return BN_to_ASN1_INTEGER(owned(BN_bin2bn(m.data(), int(m.size()), nullptr), BN_free).get(),
+                            nullptr);
 }
 
 // The CRL OpenSSL writes and signs for c (entries in serial order, as it sorts them).

@@ -34,11 +34,7 @@ Crl full_crl(u32 alg) {
   return c;
 }
 
-struct Row {
-  const char* name;
-  Crl crl;
-};
-const Row kRows[] = {
+const std::pair<const char*, Crl> kRows[] = {
     {"full_md5", full_crl(kMd5)},
     {"full_sha1", full_crl(kSha1)},
     // no nextUpdate, no entries; Final flags other than the two it knows write nothing
@@ -60,12 +56,12 @@ const Row kRows[] = {
 // a signature OpenSSL verifies. (Our SHA-1 identifier is the OIW one, so only MD5
 // compares whole; the tools below verify a SHA-1 CRL.)
 TEST(CrlAgainstOpenssl, SameBytesAndSameFields) {
-  for (const Row& r : kRows) {
-    const Bytes ours = encode(r.crl);
-    const Bytes theirs = openssl_crl(r.crl, r.crl.alg == kMd5 ? EVP_md5() : EVP_sha1());
-    EXPECT_EQ(to_hex(ours), to_hex(r.crl.alg == kMd5 ? theirs : ours)) << r.name;
-    EXPECT_EQ(decode(ours), as_decoded(r.crl)) << r.name;
-    EXPECT_EQ(decode(theirs), as_decoded(r.crl)) << r.name;
+  for (const auto& [name, crl] : kRows) {
+    const Bytes ours = encode(crl);
+    const Bytes theirs = openssl_crl(crl, crl.alg == kMd5 ? EVP_md5() : EVP_sha1());
+    EXPECT_EQ(to_hex(ours), to_hex(crl.alg == kMd5 ? theirs : ours)) << name;
+    EXPECT_EQ(decode(ours), as_decoded(crl)) << name;
+    EXPECT_EQ(decode(theirs), as_decoded(crl)) << name;
   }
 }
 

@@ -15,10 +15,13 @@ Bytes cat(std::initializer_list<Bytes> parts) {
   for (const Bytes& p : parts) out.insert(out.end(), p.begin(), p.end());
   return out;
 }
-// tag, definite length of at most two octets, contents
+// tag, minimal definite length (below 64 KiB), contents
 Bytes tlv(u8 tag, const Bytes& contents) {
   const std::size_t n = contents.size();
-  return cat({{tag}, n < 0x80 ? Bytes{u8(n)} : Bytes{0x82, u8(n >> 8), u8(n)}, contents});
+  const Bytes length = n < 0x80    ? Bytes{u8(n)}
+                       : n < 0x100 ? Bytes{0x81, u8(n)}
+                                   : Bytes{0x82, u8(n >> 8), u8(n)};
+  return cat({{tag}, length, contents});
 }
 const auto seq = [](std::initializer_list<Bytes> parts) { return tlv(0x30, cat(parts)); };
 const auto utc = [](const char* s) { return tlv(0x17, bytes_of(s)); };
