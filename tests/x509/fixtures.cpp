@@ -1,5 +1,6 @@
-#include "cert_calls.h"
+#include "fixtures.h"
 
+#include <gtest/gtest.h>
 #include <sys/wait.h>
 
 #include <algorithm>
@@ -10,7 +11,9 @@
 #include <thread>
 #include <vector>
 
-namespace cert_test {
+#include "support/fail_malloc.h"
+
+namespace x509_test {
 
 #define IN_SLOTS(n)                                                                         \
   n[0].c_str(), n[1].c_str(), n[2].c_str(), n[3].c_str(), n[4].c_str(), n[5].c_str(),       \
@@ -50,10 +53,6 @@ unsigned encode_cert(const CertInput& in, Bytes* out) {
 
 unsigned decode_cert(const Bytes& der, CertOutput* o, u8 fill) {
   std::memset(o, fill, sizeof *o);
-  return decode_cert_into(der, o);
-}
-
-unsigned decode_cert_into(const Bytes& der, CertOutput* o) {
   return Crypt_Decode_Cert(
       der.data(), unsigned(der.size()), &o->version, o->serial, &o->serialLen, &o->sigAlg,
       o->params, &o->paramsLen, OUT_SLOTS(o->issuer), o->notBefore, o->notAfter,
@@ -65,6 +64,62 @@ unsigned decode_cert_into(const Bytes& der, CertOutput* o) {
       &o->policyOidLen[3], o->policyQualifier[3], o->pkupNotBefore, o->pkupNotAfter, &o->cA,
       &o->pathLen, &o->keyUsage, &o->nsCertType, &o->setCertType, o->hashedRootKey,
       &o->hashedRootKeyLen, &o->policyCount, o->subjectKeyId, &o->subjectKeyIdLen);
+}
+
+std::string entries_text(const Entries& entries) {
+  std::string text;
+  for (const auto& e : entries) {
+    text += "func_no = " + std::to_string(e.func_no) + " err_no = " + std::to_string(e.err_no) +
+            " err_msg = " + e.msg + "\n";
+  }
+  return text;
+}
+
+void expect_allocation_failures_cleaned(int fn, const std::function<unsigned()>& call,
+                                        int at_least) {
+  for (int n = 1;; ++n) {
+    unsigned r;
+    bool fired;
+    {
+      FailNthMalloc fail(n);
+      r = call();
+      fired = fail.fired();
+    }
+    if (!fired) {
+      EXPECT_EQ(r, 0u) << fn;
+      EXPECT_GT(n, at_least) << fn << ": allocations seen";
+      return;
+    }
+    EXPECT_EQ(r, 1u) << fn << " " << n;
+    const Entries entries = read_errors();
+    EXPECT_TRUE(!entries.empty() && entries.back().func_no == fn) << fn << " " << n;
+  }
+}
+
+hylorn::USER_X500_NAME user_name(const std::vector<std::pair<int, std::string>>& slots) {
+  hylorn::USER_X500_NAME name{};
+  for (const auto& [slot, text] : slots) std::strncpy(name.slot[slot], text.c_str(), 255);
+  return name;
+}
+
+Bytes openssl_name(const std::vector<OsslAttribute>& attributes) {
+  X509_NAME* name = X509_NAME_new();
+  for (const OsslAttribute& a : attributes) {
+    X509_NAME_add_entry_by_txt(name, a.field, a.type,
+                               reinterpret_cast<const unsigned char*>(a.value.data()),
+                               static_cast<int>(a.value.size()), -1, 0);
+  }
+  unsigned char* der = nullptr;
+  const int n = i2d_X509_NAME(name, &der);
+  Bytes out(der, der + (n > 0 ? n : 0));
+  OPENSSL_free(der);
+  X509_NAME_free(name);
+  return out;
+}
+
+unsigned verify_cert(const Bytes& cert, const Bytes& issuer) {
+  return Crypt_Ver_Cert_ByRootCert(cert.data(), unsigned(cert.size()), issuer.data(),
+                                   unsigned(issuer.size()));
 }
 
 Name name_of(const char (*slots)[HYLORN_NAME_SIZE]) {
@@ -100,8 +155,6 @@ const Pki& pki() {
     made->root = make_key(made->dir, "root.key", {});
     made->inter = make_key(made->dir, "inter.key", {made->root.pub});
     made->leaf = make_key(made->dir, "leaf.key", {made->root.pub, made->inter.pub});
-    made->other =
-        make_key(made->dir, "other.key", {made->root.pub, made->inter.pub, made->leaf.pub});
     return made;
   }();
   return *p;
@@ -116,7 +169,7 @@ Bytes tlv(u8 tag, const Bytes& contents) {
   return out;
 }
 
-Bytes concat(std::initializer_list<Bytes> parts) {
+Bytes concat(const std::vector<Bytes>& parts) {
   Bytes out;
   for (const Bytes& p : parts) out.insert(out.end(), p.begin(), p.end());
   return out;
@@ -135,14 +188,14 @@ std::size_t element_size(const Bytes& der, std::size_t pos) {
 
 }  // namespace
 
-std::array<std::pair<std::size_t, std::size_t>, 3> certificate_parts(const Bytes& cert) {
-  std::size_t pos = cert[1] < 0x80 ? 2 : 2 + (cert[1] & 0x7F);
-  std::array<std::pair<std::size_t, std::size_t>, 3> parts;
-  for (auto& p : parts) {
-    p = {pos, element_size(cert, pos)};
-    pos += p.second;
+std::vector<Bytes> elements(const Bytes& der) {
+  std::vector<Bytes> out;
+  for (std::size_t pos = der[1] < 0x80 ? 2 : 2 + (der[1] & 0x7F); pos < der.size();) {
+    const std::size_t n = element_size(der, pos);
+    out.emplace_back(der.begin() + pos, der.begin() + pos + n);
+    pos += n;
   }
-  return parts;
+  return out;
 }
 
 ToolRun run(const std::string& command) {
@@ -161,4 +214,4 @@ bool have_tool(const std::string& name) {
   return run("command -v " + name).status == 0;
 }
 
-}  // namespace cert_test
+}  // namespace x509_test
