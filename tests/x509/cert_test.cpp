@@ -364,7 +364,7 @@ bool outputs_empty(const CertOutput& o) {
 // ---- queries --------------------------------------------------------------------------
 
 std::pair<int, std::string> item(const Bytes& cert, unsigned number) {
-  Bytes out(HYLORN_CERT_ITEM_SIZE, 0);  // exactly the documented room
+  Bytes out(HYLORN_CERT_ITEM_SIZE, 0);  // exactly the item's room
   unsigned outLen = 0;
   const int rc =
       Crypt_Get_Char_Info_FromCert(cert.data(), unsigned(cert.size()), number, out.data(), &outLen);

@@ -10,7 +10,6 @@
 #include <memory>
 #include <sstream>
 
-#include "asn1/list.h"
 #include "fixtures.h"
 #include "support/fail_malloc.h"
 #include "support/openssl_bytes.h"
@@ -298,12 +297,10 @@ std::unique_ptr<USER_X509_TBS_CERT> sample_user() {
   const Bytes& rsa_key = pki().leaf.pub;
   auto user = std::make_unique<USER_X509_TBS_CERT>();
   hylorn::ini_USER_X509_TBS_CERT(user.get());
-  // Field by field on the zeroed record, so that padding stays zero for memcmp.
   user->version = 2;
   user->versionPresent = 1;
-  const u8 serial[] = {0x01, 0x23, 0x45, 0x67, 0x89, 0xab, 0xcd, 0xef};
-  std::memcpy(user->serialNumber, serial, sizeof serial);
-  user->serialNumberLength = sizeof serial;
+  std::memcpy(user->serialNumber, "\x01\x23\x45\x67\x89\xab\xcd\xef", 8);
+  user->serialNumberLength = 8;
   user->signature = {3, {0x05, 0x00}, 2};
   user->issuer = user_name({{0, "CN"}, {1, "Issuer Org"}, {4, "Root CA"}});
   user->validity = {"20240101000000", "20500101000000"};
@@ -369,13 +366,7 @@ enum Element {
 
 // Guards the decoder's reading by position after the scan for tags, and its entries.
 TEST(TbsCert, DecoderReadsByPosition) {
-  hylorn::ASN1_SEQUENCE* list = nullptr;
-  const Bytes whole = tbs_der(*sample_user());
-  ASSERT_EQ(hylorn::ASN1_Decode_Sequence(size_of(whole), whole.data(), &list), 0u);
-  std::vector<Bytes> parts;
-  for (auto* n = list; n != nullptr; n = n->next)
-    parts.emplace_back(n->value.data, n->value.data + n->value.length);
-  hylorn::free_ASN1_SEQUENCE(list);
+  std::vector<Bytes> parts = elements(tbs_der(*sample_user()));
   parts.push_back(from_hex("a3133011300f0603551d130101ff040530030101ff"));  // cA, critical
   const std::pair<std::vector<Element>, Entries> cases[] = {
       {{kSerial, kAlg, kIssuer, kValidity, kSubject, kKey}, {}},
@@ -422,8 +413,8 @@ TEST(TbsUniqueId, DecodersRewriteTheirInput) {
 // Guards the clean-up of every allocation in both directions, the extensions included.
 TEST(TbsCert, EveryAllocationFailureIsCleanedUp) {
   auto user = sample_user();
-  user->extensionsPresent = user->extensions.basicConstraintsPresent = 1;
-  user->extensions.basicConstraints = {1, 3, 1, 1};
+  user->extensionsPresent = 1;
+  user->extensions = *everything();
   const Bytes der = tbs_der(*user);
   expect_allocation_failures_cleaned(
       313,

@@ -8,6 +8,7 @@
 #include <array>
 #include <cstring>
 #include <functional>
+#include <memory>
 #include <optional>
 #include <string>
 #include <utility>
@@ -68,6 +69,12 @@ struct OsslAttribute {
   std::string value;
 };
 Bytes openssl_name(const std::vector<OsslAttribute>& attributes);
+
+// The eleven presence flags of an extension record, in their order; a value worth
+// reading back in every extension (the flags choose what is written); all of them.
+hylorn::u32* presence(hylorn::CERT_EXTN_INFO& info);
+void fill(hylorn::CERT_EXTN_INFO& info, hylorn::u32 critical);
+std::unique_ptr<hylorn::CERT_EXTN_INFO> everything();
 
 using Name = std::array<std::string, 16>;  // slot order C, O, OU, ST, CN, L, title, ...
 // Slot numbers of the names used most.
