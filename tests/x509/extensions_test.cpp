@@ -1,14 +1,16 @@
 // Certificate extensions: each value as OpenSSL reads it (d2i_X509_EXTENSION and
 // X509V3_EXT_print) or as RFC 5280's ASN.1 spells it byte by byte, round trips of the
-// caller's record, the list framework's edge cases and errors, and every failing
-// allocation. (OpenSSL's own extensions and damaged ones are read in whole certificates.)
+// caller's record, and the list framework's edge cases and errors. (OpenSSL's own
+// extensions and damaged ones are read in whole certificates; the allocation sweep runs
+// over a TBSCertificate that carries every extension.)
 #include "x509/extensions.h"
 
 #include <gtest/gtest.h>
 #include <openssl/x509v3.h>
 
+#include <cstring>
+#include <functional>
 #include <memory>
-#include <type_traits>
 
 #include "fixtures.h"
 
