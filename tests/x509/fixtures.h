@@ -1,21 +1,82 @@
-// The two 94-argument certificate functions behind records a test can fill and compare,
-// a small PKI of keys made by the library in key files, and the command-line oracles.
+// The one set of helpers of the certificate tests: DER assembled by hand, OpenSSL's
+// names, the two 94-argument certificate functions behind records a test can fill and
+// compare, a small PKI of library keys in key files, and the command-line oracles.
 #pragma once
 
+#include <openssl/x509.h>
+
 #include <array>
+#include <cstring>
+#include <functional>
+#include <memory>
 #include <optional>
 #include <string>
+#include <utility>
+#include <vector>
 
+#include "frame/buffer.h"
 #include "hylorn.h"
+#include "support/error_list.h"
 #include "support/hex.h"
 #include "support/temp_dir.h"
+#include "x509/records.h"
 
-namespace cert_test {
+namespace x509_test {
 
 using namespace hylorn_test;
 using u8 = unsigned char;
-using Name = std::array<std::string, 16>;  // slot order C, O, OU, ST, CN, L, title, ...
 
+inline hylorn::u32 size_of(const Bytes& b) {
+  return static_cast<hylorn::u32>(b.size());
+}
+inline Bytes bytes(const u8* p, unsigned n) {
+  return Bytes(p, p + n);
+}
+
+// The text Crypt_Get_Err gives for entries, exact to the blank: read_errors() cannot tell
+// the message " " from "".
+std::string entries_text(const Entries& entries);
+
+// Runs an encoder into a fresh buffer; the bytes (empty when it fails), buffer freed.
+template <class F>
+Bytes encoded(F encode) {
+  hylorn::DATA_BUFFER out{0, nullptr};
+  const bool ok = encode(&out) == 0;
+  Bytes der(out.data, out.data + out.length);
+  hylorn::free_DATA_BUFFER(&out);
+  return ok ? der : Bytes{};
+}
+
+// Runs call with its 1st, 2nd, ... malloc failing until one run allocates no more: each
+// failing run answers 1 with fn's entry last (ASan reports what is left allocated).
+void expect_allocation_failures_cleaned(int fn, const std::function<unsigned()>& call,
+                                        int at_least);
+
+// A DER element with definite length (up to 65,535 contents octets), and concatenation.
+Bytes tlv(u8 tag, const Bytes& contents);
+Bytes concat(const std::vector<Bytes>& parts);
+inline Bytes seq(const std::vector<Bytes>& parts) {
+  return tlv(0x30, concat(parts));
+}
+
+// A caller name with the given (slot, text) pairs, every other slot empty.
+hylorn::USER_X500_NAME user_name(const std::vector<std::pair<int, std::string>>& slots);
+
+// i2d_X509_NAME of one attribute per RDN: (OpenSSL's short name, string type, value).
+struct OsslAttribute {
+  const char* field;
+  int type;
+  std::string value;
+};
+Bytes openssl_name(const std::vector<OsslAttribute>& attributes);
+
+// The eleven presence flags of an extension record, in their order; a value worth
+// reading back in every extension (the flags choose what is written); all of them.
+hylorn::u32* presence(hylorn::CERT_EXTN_INFO& info);
+void fill(hylorn::CERT_EXTN_INFO& info, hylorn::u32 critical);
+std::unique_ptr<hylorn::CERT_EXTN_INFO> everything();
+
+using Name = std::array<std::string, 16>;  // slot order C, O, OU, ST, CN, L, title, ...
 // Slot numbers of the names used most.
 enum Slot { kC = 0, kO = 1, kOU = 2, kST = 3, kCN = 4, kL = 5, kEmail = 10 };
 
@@ -85,37 +146,24 @@ struct CertOutput {
 unsigned encode_cert(const CertInput& in, Bytes* out);
 // Fills every output byte with fill before the call, so that a test sees what was set.
 unsigned decode_cert(const Bytes& der, CertOutput* out, u8 fill = 0xA5);
-// The call alone.
-unsigned decode_cert_into(const Bytes& der, CertOutput* out);
-
 Name name_of(const char (*slots)[HYLORN_NAME_SIZE]);
-inline Bytes bytes(const u8* p, unsigned n) {
-  return Bytes(p, p + n);
-}
+unsigned verify_cert(const Bytes& cert, const Bytes& issuer);
 
 // A key pair of the library, its private key in a key file.
 struct Key {
   std::string file;
   Bytes pub;
 };
-
-// Three keys (root, intermediate, leaf) and a spare, made once per test binary.
+// Three keys (root, intermediate, leaf) made once per test binary.
 struct Pki {
   TempDir dir;
-  Key root, inter, leaf, other;
+  Key root, inter, leaf;
 };
 const Pki& pki();
 
-// A DER element with definite length (up to 65,535 contents octets).
-Bytes tlv(u8 tag, const Bytes& contents);
-Bytes concat(std::initializer_list<Bytes> parts);
-// Where the TBS, the algorithm and the signature value of a certificate start, and how
-// many octets each element takes (definite lengths).
-std::array<std::pair<std::size_t, std::size_t>, 3> certificate_parts(const Bytes& cert);
-inline Bytes part(const Bytes& cert, int n) {
-  const auto [at, size] = certificate_parts(cert)[n];
-  return Bytes(cert.begin() + at, cert.begin() + at + size);
-}
+// The elements inside a constructed element (definite lengths): a certificate's TBS,
+// algorithm and signature value, for instance.
+std::vector<Bytes> elements(const Bytes& der);
 
 // The command's standard output and error, and its exit status.
 struct ToolRun {
@@ -125,4 +173,4 @@ struct ToolRun {
 ToolRun run(const std::string& command);
 bool have_tool(const std::string& name);
 
-}  // namespace cert_test
+}  // namespace x509_test

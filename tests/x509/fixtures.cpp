@@ -1,16 +1,21 @@
-#include "cert_calls.h"
+#include "fixtures.h"
 
+#include <gtest/gtest.h>
 #include <sys/wait.h>
 
 #include <algorithm>
 #include <chrono>
 #include <cstdio>
 #include <cstring>
+#include <memory>
 #include <stdexcept>
 #include <thread>
+#include <type_traits>
 #include <vector>
 
-namespace cert_test {
+#include "support/fail_malloc.h"
+
+namespace x509_test {
 
 #define IN_SLOTS(n)                                                                         \
   n[0].c_str(), n[1].c_str(), n[2].c_str(), n[3].c_str(), n[4].c_str(), n[5].c_str(),       \
@@ -50,10 +55,6 @@ unsigned encode_cert(const CertInput& in, Bytes* out) {
 
 unsigned decode_cert(const Bytes& der, CertOutput* o, u8 fill) {
   std::memset(o, fill, sizeof *o);
-  return decode_cert_into(der, o);
-}
-
-unsigned decode_cert_into(const Bytes& der, CertOutput* o) {
   return Crypt_Decode_Cert(
       der.data(), unsigned(der.size()), &o->version, o->serial, &o->serialLen, &o->sigAlg,
       o->params, &o->paramsLen, OUT_SLOTS(o->issuer), o->notBefore, o->notAfter,
@@ -65,6 +66,117 @@ unsigned decode_cert_into(const Bytes& der, CertOutput* o) {
       &o->policyOidLen[3], o->policyQualifier[3], o->pkupNotBefore, o->pkupNotAfter, &o->cA,
       &o->pathLen, &o->keyUsage, &o->nsCertType, &o->setCertType, o->hashedRootKey,
       &o->hashedRootKeyLen, &o->policyCount, o->subjectKeyId, &o->subjectKeyIdLen);
+}
+
+std::string entries_text(const Entries& entries) {
+  std::string text;
+  for (const auto& e : entries) {
+    text += "func_no = " + std::to_string(e.func_no) + " err_no = " + std::to_string(e.err_no) +
+            " err_msg = " + e.msg + "\n";
+  }
+  return text;
+}
+
+void expect_allocation_failures_cleaned(int fn, const std::function<unsigned()>& call,
+                                        int at_least) {
+  for (int n = 1;; ++n) {
+    unsigned r;
+    bool fired;
+    {
+      FailNthMalloc fail(n);
+      r = call();
+      fired = fail.fired();
+    }
+    if (!fired) {
+      EXPECT_EQ(r, 0u) << fn;
+      EXPECT_GT(n, at_least) << fn << ": allocations seen";
+      return;
+    }
+    EXPECT_EQ(r, 1u) << fn << " " << n;
+    const Entries entries = read_errors();
+    EXPECT_TRUE(!entries.empty() && entries.back().func_no == fn) << fn << " " << n;
+  }
+}
+
+hylorn::USER_X500_NAME user_name(const std::vector<std::pair<int, std::string>>& slots) {
+  hylorn::USER_X500_NAME name{};
+  for (const auto& [slot, text] : slots) std::strncpy(name.slot[slot], text.c_str(), 255);
+  return name;
+}
+
+Bytes openssl_name(const std::vector<OsslAttribute>& attributes) {
+  X509_NAME* name = X509_NAME_new();
+  for (const OsslAttribute& a : attributes) {
+    X509_NAME_add_entry_by_txt(name, a.field, a.type,
+                               reinterpret_cast<const unsigned char*>(a.value.data()),
+                               static_cast<int>(a.value.size()), -1, 0);
+  }
+  unsigned char* der = nullptr;
+  const int n = i2d_X509_NAME(name, &der);
+  Bytes out(der, der + (n > 0 ? n : 0));
+  OPENSSL_free(der);
+  X509_NAME_free(name);
+  return out;
+}
+
+// The eleven presence flags, in their order.
+hylorn::u32* presence(hylorn::CERT_EXTN_INFO& i) {
+  return &i.authorityKeyIdentifierPresent;
+}
+
+// A value worth reading back in every record; the presence flags choose what is written.
+void fill(hylorn::CERT_EXTN_INFO& i, hylorn::u32 critical) {
+  const auto put = [](u8* field, auto* length, const char* hex) {
+    const Bytes b = from_hex(hex);
+    std::memcpy(field, b.data(), b.size());
+    *length = static_cast<std::remove_reference_t<decltype(*length)>>(b.size());
+  };
+  auto& a = i.authorityKeyIdentifier;
+  a.keyIdentifierPresent = a.authorityCertIssuerPresent = a.nameCount = 1;
+  a.authorityCertSerialNumberPresent = 1;
+  put(a.keyIdentifier, &a.keyIdentifierLength, "0a0b0c");
+  a.authorityCertIssuer[0] = user_name({{0, "CN"}, {4, "Root CA"}});
+  // sign bit: padded like a serial
+  put(a.authorityCertSerialNumber, &a.authorityCertSerialNumberLength, "81f2");
+  put(i.subjectKeyIdentifier.keyIdentifier, &i.subjectKeyIdentifier.keyIdentifierLength,
+      "deadbeef");
+  auto& p = i.privateKeyUsagePeriod;
+  p.notBeforePresent = p.notAfterPresent = 1;
+  std::strcpy(p.notBefore, "20250102030405");
+  std::strcpy(p.notAfter, "20600708091011");
+  auto& c = i.certificatePolicies;
+  c.count = 2;
+  put(c.policyIdentifier[0], &c.policyIdentifierLength[0], "2a0304");
+  std::strcpy(c.qualifier[0], "http://ca.example/cps");
+  put(c.policyIdentifier[1], &c.policyIdentifierLength[1], "2b0601040182370a");
+  i.basicConstraints = {1, 200, 1, u8(critical)};
+  i.keyUsage.bits = 0x80 | 0x20 | 0x04 | 0x8000;
+  auto& e = i.extKeyUsage;
+  e.count = 2;
+  put(e.purpose[0], &e.purposeLength[0], "2b06010505070301");
+  put(e.purpose[1], &e.purposeLength[1], "2b06010505070304");
+  i.netscapeCertType.bits = 0x80 | 0x40 | 0x04;
+  i.setCertType.bits = 0x0100 | 0x02;
+  i.setHashedRootKey.length = 20;
+  for (u8 k = 0; k < 20; ++k) i.setHashedRootKey.octets[k] = u8(0xa0 + k);
+  auto& x = i.privateExtension;
+  put(x.identifier, &x.identifierLength, "2a030405");
+  put(x.value, &x.valueLength, "0c0141");
+  a.critical = i.subjectKeyIdentifier.critical = p.critical = c.critical = i.keyUsage.critical =
+      e.critical = i.netscapeCertType.critical = i.setCertType.critical =
+          i.setHashedRootKey.critical = x.critical = critical;
+}
+
+std::unique_ptr<hylorn::CERT_EXTN_INFO> everything() {
+  auto info = std::make_unique<hylorn::CERT_EXTN_INFO>();
+  fill(*info, 1);
+  for (std::size_t j = 0; j < 11; ++j) presence(*info)[j] = 1;
+  return info;
+}
+
+unsigned verify_cert(const Bytes& cert, const Bytes& issuer) {
+  return Crypt_Ver_Cert_ByRootCert(cert.data(), unsigned(cert.size()), issuer.data(),
+                                   unsigned(issuer.size()));
 }
 
 Name name_of(const char (*slots)[HYLORN_NAME_SIZE]) {
@@ -100,8 +212,6 @@ const Pki& pki() {
     made->root = make_key(made->dir, "root.key", {});
     made->inter = make_key(made->dir, "inter.key", {made->root.pub});
     made->leaf = make_key(made->dir, "leaf.key", {made->root.pub, made->inter.pub});
-    made->other =
-        make_key(made->dir, "other.key", {made->root.pub, made->inter.pub, made->leaf.pub});
     return made;
   }();
   return *p;
@@ -116,7 +226,7 @@ Bytes tlv(u8 tag, const Bytes& contents) {
   return out;
 }
 
-Bytes concat(std::initializer_list<Bytes> parts) {
+Bytes concat(const std::vector<Bytes>& parts) {
   Bytes out;
   for (const Bytes& p : parts) out.insert(out.end(), p.begin(), p.end());
   return out;
@@ -135,14 +245,14 @@ std::size_t element_size(const Bytes& der, std::size_t pos) {
 
 }  // namespace
 
-std::array<std::pair<std::size_t, std::size_t>, 3> certificate_parts(const Bytes& cert) {
-  std::size_t pos = cert[1] < 0x80 ? 2 : 2 + (cert[1] & 0x7F);
-  std::array<std::pair<std::size_t, std::size_t>, 3> parts;
-  for (auto& p : parts) {
-    p = {pos, element_size(cert, pos)};
-    pos += p.second;
+std::vector<Bytes> elements(const Bytes& der) {
+  std::vector<Bytes> out;
+  for (std::size_t pos = der[1] < 0x80 ? 2 : 2 + (der[1] & 0x7F); pos < der.size();) {
+    const std::size_t n = element_size(der, pos);
+    out.emplace_back(der.begin() + pos, der.begin() + pos + n);
+    pos += n;
   }
-  return parts;
+  return out;
 }
 
 ToolRun run(const std::string& command) {
@@ -161,4 +271,4 @@ bool have_tool(const std::string& name) {
   return run("command -v " + name).status == 0;
 }
 
-}  // namespace cert_test
+}  // namespace x509_test
