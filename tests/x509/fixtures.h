@@ -14,6 +14,7 @@
 #include <utility>
 #include <vector>
 
+#include "cert_calls.h"
 #include "frame/buffer.h"
 #include "hylorn.h"
 #include "support/error_list.h"
@@ -76,76 +77,6 @@ hylorn::u32* presence(hylorn::CERT_EXTN_INFO& info);
 void fill(hylorn::CERT_EXTN_INFO& info, hylorn::u32 critical);
 std::unique_ptr<hylorn::CERT_EXTN_INFO> everything();
 
-using Name = std::array<std::string, 16>;  // slot order C, O, OU, ST, CN, L, title, ...
-// Slot numbers of the names used most.
-enum Slot { kC = 0, kO = 1, kOU = 2, kST = 3, kCN = 4, kL = 5, kEmail = 10 };
-
-struct Policy {
-  Bytes oid;                  // content octets
-  std::string qualifier;      // CPS text, empty for none
-  std::optional<int> length;  // the length argument, when not the size of oid
-};
-
-// Every argument of Crypt_Encode_Cert, the ignored ones aside.
-struct CertInput {
-  u8 version = 2;
-  Bytes serial = {0x01, 0x23};
-  unsigned short sigAlg = 3;
-  Bytes params = {0x05, 0x00};
-  Name issuer;
-  std::string notBefore = "20200101000000";
-  std::string notAfter = "20491231235959";
-  Name subject;
-  Bytes pubKey;
-  unsigned extFlags = 0;
-  unsigned critFlags = 0;
-  Name akiIssuer;
-  Bytes akiSerial;
-  std::array<Policy, 4> policies;
-  std::string pkupNotBefore, pkupNotAfter;
-  u8 cA = 0;
-  int pathLen = -1;
-  unsigned keyUsage = 0, nsCertType = 0, setCertType = 0;
-  Bytes hashedRootKey;
-  std::string keyName;
-};
-
-// Every output of Crypt_Decode_Cert.
-struct CertOutput {
-  unsigned version, serialLen, sigAlg, paramsLen;
-  u8 serial[HYLORN_SERIAL_SIZE];
-  u8 params[HYLORN_PARAMS_SIZE];
-  char issuer[16][HYLORN_NAME_SIZE];
-  char notBefore[HYLORN_TIME_SIZE], notAfter[HYLORN_TIME_SIZE];
-  char subject[16][HYLORN_NAME_SIZE];
-  u8 pubKey[HYLORN_PUBKEY_SIZE];
-  unsigned pubKeyLen;
-  u8 issuerUID[HYLORN_SERIAL_SIZE], subjectUID[HYLORN_SERIAL_SIZE];
-  unsigned issuerUIDLen, subjectUIDLen;
-  u8 signature[HYLORN_RSA_BLOCK_SIZE];
-  unsigned signatureLen;
-  unsigned extFlags, critFlags;
-  char akiIssuer[16][HYLORN_NAME_SIZE];
-  u8 akiSerial[HYLORN_SERIAL_SIZE];
-  unsigned akiSerialLen;
-  u8 policyOid[4][HYLORN_POLICY_OID_SIZE];
-  unsigned policyOidLen[4];
-  char policyQualifier[4][HYLORN_POLICY_QUALIFIER_SIZE];
-  char pkupNotBefore[HYLORN_TIME_SIZE], pkupNotAfter[HYLORN_TIME_SIZE];
-  u8 cA;
-  int pathLen;
-  unsigned keyUsage, nsCertType, setCertType;
-  u8 hashedRootKey[HYLORN_HASHED_ROOT_KEY_SIZE];
-  unsigned hashedRootKeyLen;
-  unsigned policyCount;
-  u8 subjectKeyId[HYLORN_SUBJECT_KEY_ID_SIZE];
-  unsigned subjectKeyIdLen;
-};
-
-// The certificate, or the result when it is not 0 (out then stays empty).
-unsigned encode_cert(const CertInput& in, Bytes* out);
-// Fills every output byte with fill before the call, so that a test sees what was set.
-unsigned decode_cert(const Bytes& der, CertOutput* out, u8 fill = 0xA5);
 Name name_of(const char (*slots)[HYLORN_NAME_SIZE]);
 unsigned verify_cert(const Bytes& cert, const Bytes& issuer);
 
