@@ -15,7 +15,10 @@ struct Loaded {
   std::string path;
   Bytes der;
   Cert cert;
-  std::string who() const { return format_name(cert.subject); }
+  // The common name when there is one: findings stay readable.
+  std::string who() const {
+    return cert.subject[4].empty() ? format_name(cert.subject) : "\"" + cert.subject[4] + "\"";
+  }
 };
 
 std::vector<Loaded> load_all(const std::vector<std::string>& paths) {
