@@ -196,8 +196,12 @@ u32 ASN1_Find_Object_ID(ASN1_OBJECT_ID* obj) {
 
 u32 ASN1_Find_Oid_Value(ASN1_OBJECT_ID* obj) {
   ErrorScope err(kFnFindOidValue);
+  const u32 n = obj->oid.length;
+  // Most identifiers of a family share all but their last octet (2.5.4.x, 2.5.29.x), so
+  // that octet rules out nearly every other row before the whole comparison.
   for (const OidEntry* e = kObjectIds; e->oidValue != 0; ++e) {
-    if (e->length == obj->oid.length && std::memcmp(e->octets, obj->oid.data, e->length) == 0) {
+    if (e->length == n && n > 0 && e->octets[n - 1] == obj->oid.data[n - 1] &&
+        std::memcmp(e->octets, obj->oid.data, n) == 0) {
       obj->oidValue = e->oidValue;
       return 0;
     }

@@ -43,7 +43,7 @@ hylorn::USER_X500_NAME name_slots(const Bytes& der) {
 
 // Guards the slot table, the visiting order (postOfficeBox after telexNumber), the string
 // tags (IA5String for emailAddress only) and the decoder's string types, against OpenSSL.
-TEST(Name, MatchesOpenSslBothWays) {
+TEST(FieldName, MatchesOpenSslBothWays) {
   const char* const fields[16] = {"C",
                                   "O",
                                   "OU",
@@ -95,7 +95,7 @@ TEST(Name, MatchesOpenSslBothWays) {
 }
 
 // Guards the per-slot numbers of the caller conversion, by visiting position.
-TEST(Name, ConversionNumbersItsStepsBySlot) {
+TEST(FieldName, ConversionNumbersItsStepsBySlot) {
   const hylorn::USER_X500_NAME user = user_name({{0, "C"}, {13, "box"}});  // visited 1st, 16th
   const std::pair<int, Entries> cases[] = {
       {1, {{213, 1, "malloc"}, {305, 2, "new_X500_NAME"}}},
@@ -115,7 +115,7 @@ TEST(Name, ConversionNumbersItsStepsBySlot) {
 
 // Guards the 2050 rule both ways (they disagree at 2050 on purpose) and the reads of
 // short texts, each in a block of exactly its size so that ASan sees a read past the NUL.
-TEST(Time, CenturyRulesAndShortTexts) {
+TEST(FieldTime, CenturyRulesAndShortTexts) {
   const std::tuple<const char*, u8, const char*, const char*> cases[] = {
       {"20491231235959", 0, "491231235959Z", "20491231235959"},
       {"20500101000000", 1, "20500101000000Z", "20500101000000"},
@@ -172,7 +172,7 @@ TEST(AlgorithmId, MatchesOpenSslBothWays) {
 }
 
 // Guards the limits that only the conversions into the caller record check.
-TEST(CallerLimits, RefusedOnTheWayBackOnly) {
+TEST(FieldLimits, RefusedOnTheWayBackOnly) {
   u8 version = 0;
   EXPECT_EQ(hylorn::u2l_version(3, &version), 1u);
   EXPECT_EQ(read_errors(), (Entries{{319, 1, "version error"}}));
@@ -268,7 +268,7 @@ u32 decode(Decoder d, const Bytes& der) {
 }
 
 // Guards the entries of every field decoder, read back exact to the blank.
-TEST(Decoders, RefusalsListTheFailingStep) {
+TEST(FieldDecoders, RefusalsListTheFailingStep) {
   using enum Decoder;
   const ErrEntry type_error{208, 12, "type error"}, no_oid{102, 1, "ASN1 oidValue not found"};
   const std::string md5 = "300d06092a864886f70d0101040500", rsa = "300d06092a864886f70d0101010500";

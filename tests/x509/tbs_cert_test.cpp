@@ -217,7 +217,7 @@ TEST_F(TbsCert, DecoderReadsByPosition) {
 }
 
 // Guards the tag rewrite of the unique-ID decoders: in place in the caller's element.
-TEST(UniqueId, DecodersRewriteTheirInput) {
+TEST(TbsUniqueId, DecodersRewriteTheirInput) {
   for (auto [decode, tag] : {std::pair{&hylorn::Der_Decode_X509_issuerUniqueID, u8{0x81}},
                              {&hylorn::Der_Decode_X509_subjectUniqueID, u8{0x82}}}) {
     u8 element[] = {tag, 0x03, 0x04, 0xAB, 0xC0};
