@@ -1,5 +1,6 @@
 #include "support/error_list.h"
 
+#include <algorithm>
 #include <cstdio>
 #include <cstring>
 #include <sstream>
@@ -13,7 +14,9 @@ std::ostream& operator<<(std::ostream& os, const ErrEntry& e) {
   return os << "(" << e.func_no << ", " << e.err_no << ", \"" << e.msg << "\")";
 }
 
-void clear_errors() { hylorn::Crypt_Clear_Err(); }
+void clear_errors() {
+  hylorn::Crypt_Clear_Err();
+}
 
 std::string error_text() {
   char out[HYLORN_ERR_TEXT_SIZE];
@@ -29,9 +32,11 @@ std::vector<ErrEntry> read_errors() {
   while (std::getline(lines, line)) {
     ErrEntry e{};
     int consumed = 0;
-    if (std::sscanf(line.c_str(), "func_no = %d err_no = %d err_msg = %n", &e.func_no,
-                    &e.err_no, &consumed) == 2) {
-      e.msg = line.substr(static_cast<std::size_t>(consumed));
+    // The blank after '=' is matched by hand: a blank in the format would also swallow
+    // a message that is itself one blank.
+    if (std::sscanf(line.c_str(), "func_no = %d err_no = %d err_msg =%n", &e.func_no, &e.err_no,
+                    &consumed) == 2) {
+      e.msg = line.substr(std::min(line.size(), static_cast<std::size_t>(consumed) + 1));
     } else {
       e.msg = "<unparsed: " + line + ">";
     }

@@ -5,7 +5,9 @@
 
 #include <gtest/gtest.h>
 
+#include <cstddef>
 #include <memory>
+#include <tuple>
 
 #include "asn1/list.h"
 #include "field_fixtures.h"
@@ -27,22 +29,20 @@ using hylorn::X509_TBS_CERT;
 std::unique_ptr<USER_X509_TBS_CERT> sample_user(const Bytes& rsa_key) {
   auto user = std::make_unique<USER_X509_TBS_CERT>();
   hylorn::ini_USER_X509_TBS_CERT(user.get());
-  *user = {
-      .version = 2,
-      .serialNumber = {0x01, 0x23, 0x45, 0x67, 0x89, 0xab, 0xcd, 0xef},
-      .serialNumberLength = 8,
-      .signature = {3, {0x05, 0x00}, 2},
-      .issuer = user_name({{0, "CN"}, {1, "Issuer Org"}, {4, "Root CA"}}),
-      .validity = {"20240101000000", "20500101000000"},
-      .subject = user_name({{0, "CN"}, {4, "Leaf"}, {10, "leaf@example.com"}, {13, "PO 9"}}),
-      .subjectPublicKeyInfo = {{}, static_cast<hylorn::u16>(rsa_key.size()), {4, {0x05, 0x00}, 2}},
-      .issuerUniqueID = {{0xAA, 0xBB}, 2},
-      .subjectUniqueID = {{0xCC}, 1},
-      .extensions = {},
-      .versionPresent = 1,
-      .issuerUniqueIDPresent = 1,
-      .subjectUniqueIDPresent = 1,
-      .extensionsPresent = 0};
+  // Field by field on the zeroed record, so that padding stays zero for memcmp.
+  user->version = 2;
+  user->versionPresent = 1;
+  const u8 serial[] = {0x01, 0x23, 0x45, 0x67, 0x89, 0xab, 0xcd, 0xef};
+  std::memcpy(user->serialNumber, serial, sizeof serial);
+  user->serialNumberLength = sizeof serial;
+  user->signature = {3, {0x05, 0x00}, 2};
+  user->issuer = user_name({{0, "CN"}, {1, "Issuer Org"}, {4, "Root CA"}});
+  user->validity = {"20240101000000", "20500101000000"};
+  user->subject = user_name({{0, "CN"}, {4, "Leaf"}, {10, "leaf@example.com"}, {13, "PO 9"}});
+  user->subjectPublicKeyInfo = {{}, static_cast<hylorn::u16>(rsa_key.size()), {4, {0x05, 0x00}, 2}};
+  user->issuerUniqueIDPresent = user->subjectUniqueIDPresent = 1;
+  user->issuerUniqueID = {{0xAA, 0xBB}, 2};
+  user->subjectUniqueID = {{0xCC}, 1};
   std::memcpy(user->subjectPublicKeyInfo.subjectPublicKey, rsa_key.data(), rsa_key.size());
   return user;
 }
@@ -143,9 +143,21 @@ TEST_F(TbsCert, OpenSslDerRoundTrips) {
   EXPECT_EQ(to_hex(tbs_der(*user)), to_hex(tbs));
 
   const auto sample = sample_user(rsa());
+  sample->extensionsPresent = 1;  // the extension set travels as its [3] element
+  sample->extensions.basicConstraintsPresent = 1;
+  hylorn::USER_XEXT_BasicConstraints& constraints = sample->extensions.basicConstraints;
+  constraints.cA = constraints.pathLenPresent = constraints.critical = 1;
+  constraints.pathLenConstraint = 3;
   ASSERT_EQ(decode_exactly(tbs_der(*sample), user.get()), 0u);
   user->versionPresent = 1;
-  EXPECT_EQ(std::memcmp(user.get(), sample.get(), sizeof *user), 0);
+  // Everything up to the extension set byte for byte; the set by its fields (its records
+  // are assigned whole, padding included).
+  EXPECT_EQ(std::memcmp(user.get(), sample.get(), offsetof(USER_X509_TBS_CERT, extensions)), 0);
+  const hylorn::USER_XEXT_BasicConstraints& back = user->extensions.basicConstraints;
+  EXPECT_EQ(std::tuple(user->issuerUniqueIDPresent, user->subjectUniqueIDPresent,
+                       user->extensionsPresent, user->extensions.basicConstraintsPresent, back.cA,
+                       back.pathLenConstraint, back.pathLenPresent, back.critical),
+            std::tuple(1, 1, 1, 1u, 1, 3, 1, 1));
 }
 
 // Guards the conversions' own entries after their callee's.
@@ -186,7 +198,7 @@ TEST_F(TbsCert, DecoderReadsByPosition) {
   for (auto* n = list; n != nullptr; n = n->next)
     parts.emplace_back(n->value.data, n->value.data + n->value.length);
   hylorn::free_ASN1_SEQUENCE(list);
-  parts.push_back(from_hex("a3053003300100"));  // any [3] element travels whole
+  parts.push_back(from_hex("a3133011300f0603551d130101ff040530030101ff"));  // cA, critical
   const std::pair<std::vector<Element>, Entries> cases[] = {
       {{kSerial, kAlg, kIssuer, kValidity, kSubject, kKey}, {}},
       {{kVersion}, {{221, 6, " "}}},
