@@ -333,7 +333,7 @@ void run_revoke(const RevokeOptions& o) {
 // ---- crl ----
 
 struct CrlOptions {
-  std::string dir, out, form = "pem";
+  std::string dir, out, form = "pem", md = "sha1";
   long days = 30;
 };
 
@@ -346,8 +346,8 @@ void run_crl(const CrlOptions& o) {
   std::string next = add_days(now, o.days);
   NameArgs issuer(ca.cert.subject), aki(ca.cert.issuer);
   const Bytes params{0x05, 0x00};
-  Crypt_Encode_Crl_Init(1, static_cast<unsigned short>(ca.cert.sig_alg ? ca.cert.sig_alg : 3),
-                        params.data(), 2, HYLORN_TOOL_NAME16(issuer), now.c_str(), next.c_str());
+  Crypt_Encode_Crl_Init(1, static_cast<unsigned short>(digest_number(o.md)), params.data(), 2,
+                        HYLORN_TOOL_NAME16(issuer), now.c_str(), next.c_str());
   for (const CertRow& row : revoked) {
     Bytes serial = serial_octets(static_cast<std::uint64_t>(row.serial));
     // An unspecified reason is left out, as RFC 5280 5.3.1 asks.
@@ -443,6 +443,8 @@ void add_ca_commands(CLI::App& app) {
   c->add_option("-o,--out", crl->out, "Also write the CRL here");
   c->add_option("--days", crl->days, "Days until the next update (default 30)")
       ->check(CLI::Range(1L, 3650L));
+  c->add_option("--md", crl->md, "Signature digest: sha1 (default), md5 or md2")
+      ->check(CLI::IsMember({"sha1", "md5", "md2"}));
   add_outform(c, crl->form);
   c->callback([crl] { run_crl(*crl); });
 
