@@ -8,6 +8,7 @@
 #include <openssl/x509v3.h>
 #include <sqlite3.h>
 
+#include <ctime>
 #include <filesystem>
 #include <map>
 #include <set>
@@ -60,18 +61,20 @@ std::map<int, std::string> name_entries(const X509_NAME* name) {
   return out;
 }
 
-// OpenSSL's verdict on leaf with the root trusted, the intermediate untrusted and the
-// CRLs checked for the whole chain; at level 0 it takes 1024-bit RSA and SHA-1.
-int openssl_verify(X509* leaf, X509* root, X509* inter, const std::vector<X509_CRL*>& crls) {
+// OpenSSL's verdict on leaf with the root trusted, the intermediates untrusted and, when
+// given, the CRLs checked for the whole chain; at level 0 it takes 1024-bit RSA and SHA-1.
+int openssl_verify(X509* leaf, X509* root, const std::vector<X509*>& inters,
+                   const std::vector<X509_CRL*>& crls, time_t at = 0) {
   X509_STORE* store = X509_STORE_new();
   X509_STORE_add_cert(store, root);
   for (X509_CRL* c : crls) X509_STORE_add_crl(store, c);
   STACK_OF(X509)* untrusted = sk_X509_new_null();
-  sk_X509_push(untrusted, inter);
+  for (X509* x : inters) sk_X509_push(untrusted, x);
   X509_STORE_CTX* ctx = X509_STORE_CTX_new();
   X509_STORE_CTX_init(ctx, store, leaf, untrusted);
   X509_VERIFY_PARAM* param = X509_STORE_CTX_get0_param(ctx);
   X509_VERIFY_PARAM_set_auth_level(param, 0);
+  if (at) X509_VERIFY_PARAM_set_time(param, at);
   if (!crls.empty())
     X509_VERIFY_PARAM_set_flags(param, X509_V_FLAG_CRL_CHECK | X509_V_FLAG_CRL_CHECK_ALL);
   int result = X509_verify_cert(ctx) == 1 ? X509_V_OK : X509_STORE_CTX_get_error(ctx);
@@ -264,8 +267,8 @@ TEST_F(CaTest, RootIntermediateAndServerVerifyWithOpenSSL) {
 
   // OpenSSL and the tool agree on the chain: the server is good, the old one revoked.
   std::vector<X509_CRL*> crls{crl.get(), root_crl.get()};
-  EXPECT_EQ(openssl_verify(server.get(), rootc.get(), inter.get(), crls), X509_V_OK);
-  EXPECT_EQ(openssl_verify(old.get(), rootc.get(), inter.get(), crls), X509_V_ERR_CERT_REVOKED);
+  EXPECT_EQ(openssl_verify(server.get(), rootc.get(), {inter.get()}, crls), X509_V_OK);
+  EXPECT_EQ(openssl_verify(old.get(), rootc.get(), {inter.get()}, crls), X509_V_ERR_CERT_REVOKED);
   RunResult good = run_tool({"verify", path("server.pem"), "-r", root() + "/ca.pem", "-u",
                              path("inter.pem"), "-c", path("inter.crl"), "-c", path("root.crl")});
   EXPECT_EQ(good.status, 0) << good.out << good.err;
@@ -292,6 +295,106 @@ TEST_F(CaTest, RootIntermediateAndServerVerifyWithOpenSSL) {
   ASN1_INTEGER_free(number);
   expect_consistent(path("inter"));
   expect_consistent(root());
+}
+
+// Each way a chain can be wrong, found by the tool in words and by OpenSSL as a code.
+TEST_F(CaTest, VerifyFindingsAgreeWithOpenSSL) {
+  auto make_ca = [&](const std::string& parent, const std::string& name,
+                     std::vector<std::string> extra) {
+    ok({"genkey", "-o", path(name + ".key")});
+    ok({"req", "-k", path(name + ".key"), "-s", "/O=Hylorn Test/CN=" + name, "-o",
+        path(name + ".req")});
+    std::vector<std::string> args{
+        "ca", "issue", parent, "-i", path(name + ".req"), "--ca", "-o", path(name + ".pem")};
+    args.insert(args.end(), extra.begin(), extra.end());
+    ok(args);
+    ok({"ca", "init", path(name), "--key", path(name + ".key"), "--cert", path(name + ".pem")});
+  };
+  make_ca(root(), "inter", {"--pathlen", "0"});
+  make_ca(path("inter"), "sub", {});
+  make_ca(root(), "nosign", {"--key-usage", "digitalSignature,cRLSign"});
+  ok({"ca", "issue", path("inter"), "-i", path("user.req"), "-o", path("leaf.pem")});
+  ok({"ca", "issue", path("sub"), "-i", path("user.req"), "-o", path("deep.pem")});
+  ok({"ca", "issue", path("nosign"), "-i", path("user.req"), "-o", path("unsigned.pem")});
+  ok({"ca", "init", path("impostor"), "--subj", "/C=CN/O=Hylorn Test/CN=Test Root"});
+
+  struct Case {
+    const char* name;
+    std::string leaf;
+    std::vector<std::string> inters;
+    std::string root, at, says;
+    int openssl;
+  };
+  const std::string rootc = root() + "/ca.pem";
+  const std::vector<Case> cases = {
+      {"good", "leaf.pem", {"inter.pem"}, rootc, "", "OK, a chain of 3", X509_V_OK},
+      {"expired",
+       "leaf.pem",
+       {"inter.pem"},
+       rootc,
+       "20991231000000",
+       "has expired",
+       X509_V_ERR_CERT_HAS_EXPIRED},
+      {"not yet valid",
+       "leaf.pem",
+       {"inter.pem"},
+       rootc,
+       "20000101000000",
+       "is not yet valid",
+       X509_V_ERR_CERT_NOT_YET_VALID},
+      {"path too long",
+       "deep.pem",
+       {"inter.pem", "sub.pem"},
+       rootc,
+       "",
+       "\"inter\" allows 0 CA(s) below it, the chain has 1",
+       X509_V_ERR_PATH_LENGTH_EXCEEDED},
+      {"issuer may not sign",
+       "unsigned.pem",
+       {"nosign.pem"},
+       rootc,
+       "",
+       "\"nosign\" lacks keyCertSign",
+       X509_V_ERR_INVALID_CA},
+      {"another root of the same name",
+       "leaf.pem",
+       {"inter.pem"},
+       path("impostor/ca.pem"),
+       "",
+       "by the key of \"Test Root\" does not verify",
+       X509_V_ERR_CERT_SIGNATURE_FAILURE},
+      {"intermediate missing",
+       "leaf.pem",
+       {},
+       rootc,
+       "",
+       "the chain does not reach a trusted root",
+       X509_V_ERR_UNABLE_TO_GET_ISSUER_CERT_LOCALLY},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.name);
+    std::vector<std::string> args{"verify", path(c.leaf), "-r", c.root};
+    std::vector<X509Ptr> inters;
+    std::vector<X509*> raw;
+    for (const std::string& i : c.inters) {
+      args.insert(args.end(), {"-u", path(i)});
+      inters.push_back(load_x509(path(i)));
+      raw.push_back(inters.back().get());
+    }
+    time_t at = 0;
+    if (!c.at.empty()) {
+      args.insert(args.end(), {"--at", c.at});
+      std::tm tm{};
+      strptime(c.at.c_str(), "%Y%m%d%H%M%S", &tm);
+      at = timegm(&tm);
+    }
+    RunResult r = run_tool(args);
+    EXPECT_EQ(r.status, c.openssl == X509_V_OK ? 0 : 1) << r.out << r.err;
+    EXPECT_NE(r.out.find(c.says), std::string::npos) << r.out;
+    X509Ptr leaf = load_x509(path(c.leaf)), anchor = load_x509(c.root);
+    EXPECT_EQ(openssl_verify(leaf.get(), anchor.get(), raw, {}, at), c.openssl)
+        << X509_verify_cert_error_string(openssl_verify(leaf.get(), anchor.get(), raw, {}, at));
+  }
 }
 
 // The tool's chain outputs are what OpenSSL reads as a PKCS #7 chain.
