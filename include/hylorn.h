@@ -51,6 +51,7 @@ extern "C" {
 #define HYLORN_HASHED_ROOT_KEY_SIZE 64     /* SET hashedRootKey octets */
 #define HYLORN_SUBJECT_KEY_ID_SIZE 64      /* subject key identifier octets */
 #define HYLORN_PUBKEY_SIZE 1024            /* public key octets in a certificate or request */
+#define HYLORN_CERT_ITEM_SIZE 1024         /* Crypt_Get_Char_Info_FromCert output, NUL included */
 #define HYLORN_CHALLENGE_SIZE 1024         /* Netscape challenge, NUL included */
 #define HYLORN_BMP_TABLE_ENTRIES 65536     /* two bytes per entry */
 
@@ -292,7 +293,8 @@ HYLORN_API unsigned int Crypt_Decode_Cert(
     unsigned int *subjectKeyIdLen);
 
 /* One item (1 to 21) of a certificate as text, or item 20 as DER public key octets.
- * 0 success, 1 the certificate does not decode, -1 a bad item number. */
+ * out needs HYLORN_CERT_ITEM_SIZE bytes. 0 success, 1 the certificate does not decode,
+ * -1 a bad item number or an item that does not fit (item 21 of a very long name). */
 HYLORN_API int Crypt_Get_Char_Info_FromCert(const unsigned char *cert, unsigned int certLen,
                                             unsigned int item, unsigned char *out,
                                             unsigned int *outLen);

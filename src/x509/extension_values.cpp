@@ -9,7 +9,7 @@
 #include "asn1/der_reader.h"
 #include "frame/error.h"
 #include "frame/guard.h"
-#include "x509/element_list.h"
+#include "x509/field_list.h"
 #include "x509/name.h"
 
 namespace hylorn {
@@ -27,7 +27,8 @@ constexpr u8 kContext2 = 0x82;
 constexpr u8 kContext1Constructed = 0xA1;
 constexpr u8 kDirectoryName = 0xA4;  // [4] EXPLICIT Name inside a GeneralName
 constexpr u8 kDirectoryNameTag = 4;
-constexpr u32 kIdQtCps = 94;  // 1.3.6.1.5.5.7.2.1
+constexpr u32 kIdQtCps = 94;             // 1.3.6.1.5.5.7.2.1
+constexpr u32 kBasicConstraintsId = 82;  // 2.5.29.19
 constexpr u32 kTimeDigits = 14;
 
 // SEQUENCE { SEQUENCE { INTEGER 0, AlgorithmIdentifier { sha1, NULL },
@@ -79,7 +80,7 @@ DATA_BUFFER field_octets(const u8* octets, u32 length, u32 size) {
 }
 
 // Cuts a constructed element into its components.
-u32 split(const DATA_BUFFER& element, SplitElement* parts) {
+u32 split(const DATA_BUFFER& element, FieldReader* parts) {
   return ASN1_Decode_Sequence(element.length, element.data, parts->out());
 }
 
@@ -125,7 +126,7 @@ u32 DER_Encode_GeneralNames(const X500_NAME* name, DATA_BUFFER* out) {
   DATA_BUFFER der{0, nullptr};
   if (Der_Encode_X500_Name(name, &der) != 0) return err.fail(1, "Der_Encode_X500_Name");
   auto free_der = on_exit([&] { free_DATA_BUFFER(&der); });
-  ElementList names;
+  FieldBuilder names;
   DATA_BUFFER* directory = names.append();
   if (directory == nullptr) return err.fail(2, "new_ASN1_SEQUENCE");
   if (ASN1_Encode_Explicit_Tag(der, kDirectoryNameTag, directory) != 0) {
@@ -146,7 +147,7 @@ u32 DER_Decode_GeneralNames(const DATA_BUFFER* element, X500_NAME** name, u8* fo
   }
   auto free_copy = on_exit([&] { free_DATA_BUFFER(&copy); });
   copy.data[0] = kSequenceTag;
-  SplitElement names;
+  FieldReader names;
   if (split(copy, &names) != 0) return err.fail(3, "ASN1_Decode_Sequence");
   for (const ASN1_SEQUENCE* n = names.head(); n != nullptr; n = n->next) {
     if (first_octet(n) != kDirectoryName) continue;  // other kinds of name are skipped
@@ -169,7 +170,7 @@ u32 Encode_XEXT_AuthorityKeyIdentifier(const ExtensionKind& kind,
                                        const XEXT_AuthorityKeyIdentifier* aki, X509_EXTN* node) {
   ErrorScope err(kind.encode_fn);
   return encode_extension(err, kind.oidValue, aki->critical, node, [&](DATA_BUFFER* value) {
-    ElementList parts;
+    FieldBuilder parts;
     DATA_BUFFER* e = nullptr;
     if (aki->keyIdentifierPresent != 0) {
       if ((e = parts.append()) == nullptr) return err.fail(2, "new_ASN1_SEQUENCE");
@@ -187,7 +188,7 @@ u32 Encode_XEXT_AuthorityKeyIdentifier(const ExtensionKind& kind,
     if (aki->authorityCertSerialNumberPresent != 0) {
       if ((e = parts.append()) == nullptr) return err.fail(6, "new_ASN1_SEQUENCE");
       if (encode_implicit(aki->authorityCertSerialNumber, kContext2, e) != 0) {
-        return err.fail(7, "ASN1_Encode_Integer");
+        return err.fail(7, "ASN1_Encode_Octet_String");
       }
     }
     if (ASN1_Encode_Sequence(parts.head(), value) != 0) {
@@ -202,7 +203,7 @@ u32 Decode_XEXT_AuthorityKeyIdentifier(const ExtensionKind& kind, const X509_EXT
   ErrorScope err(kind.decode_fn);
   *aki = XEXT_AuthorityKeyIdentifier{};
   aki->critical = node->critical;
-  SplitElement parts;
+  FieldReader parts;
   if (split(node->extnValue, &parts) != 0) {
     return err.fail(1, "ASN1_Decode_Sequence");
   }
@@ -265,15 +266,16 @@ u32 Encode_XEXT_PrivateKeyUsagePeriod(const ExtensionKind& kind,
                                       X509_EXTN* node) {
   ErrorScope err(kind.encode_fn);
   return encode_extension(err, kind.oidValue, user->critical, node, [&](DATA_BUFFER* value) {
-    ElementList parts;
+    FieldBuilder parts;
     const struct {
       u32 present;
       const char* text;
       u8 tag;
     } bounds[] = {{user->notBeforePresent, user->notBefore, kContext0},
                   {user->notAfterPresent, user->notAfter, kContext1}};
-    int step = 2;
-    for (const auto& b : bounds) {
+    for (int k = 0; k < 2; ++k) {
+      const auto& b = bounds[k];
+      const int step = 2 + 2 * k;  // 2, 3 for notBefore; 4, 5 for notAfter
       if (b.present == 0) continue;
       char time[kTimeDigits + 1];
       const DATA_BUFFER digits = field_text(b.text, kTimeDigits);
@@ -283,9 +285,8 @@ u32 Encode_XEXT_PrivateKeyUsagePeriod(const ExtensionKind& kind,
       if (e == nullptr) return err.fail(step, "new_ASN1_SEQUENCE");
       const DATA_BUFFER text{digits.length + 1, reinterpret_cast<u8*>(time)};
       if (encode_implicit(text, b.tag, e) != 0) {
-        return err.fail(step + 1, "ASN1_Encode_GeneralizedTime");
+        return err.fail(step + 1, "ASN1_Encode_Octet_String");
       }
-      step += 2;
     }
     if (ASN1_Encode_Sequence(parts.head(), value) != 0) {
       return err.fail(6, "ASN1_Encode_Sequence");
@@ -299,7 +300,7 @@ u32 Decode_XEXT_PrivateKeyUsagePeriod(const ExtensionKind& kind, const X509_EXTN
   ErrorScope err(kind.decode_fn);
   *period = XEXT_PrivateKeyUsagePeriod{};
   period->critical = node->critical;
-  SplitElement parts;
+  FieldReader parts;
   if (split(node->extnValue, &parts) != 0) {
     return err.fail(1, "ASN1_Decode_Sequence");
   }
@@ -328,13 +329,13 @@ u32 encode_cps_qualifier(const ErrorScope& err, DATA_BUFFER text, DATA_BUFFER* o
   ASN1_OBJECT_ID cps{kIdQtCps, {0, nullptr}};
   if (ASN1_Find_Object_ID(&cps) != 0) return err.fail(10, "ASN1_Find_Object_ID");
   auto free_cps = on_exit([&] { free_ASN1_OBJECT_ID(&cps); });
-  ElementList info;
+  FieldBuilder info;
   DATA_BUFFER* e = info.append();
   if (e == nullptr) return err.fail(11, "new_ASN1_SEQUENCE");
   if (ASN1_Encode_Object(cps, e) != 0) return err.fail(12, "ASN1_Encode_Object");
   if ((e = info.append()) == nullptr) return err.fail(13, "new_ASN1_SEQUENCE");
   if (ASN1_Encode_IA5String(text, e) != 0) return err.fail(14, "ASN1_Encode_IA5String");
-  ElementList qualifiers;
+  FieldBuilder qualifiers;
   if ((e = qualifiers.append()) == nullptr) return err.fail(15, "new_ASN1_SEQUENCE");
   if (ASN1_Encode_Sequence(info.head(), e) != 0) return err.fail(16, "ASN1_Encode_Sequence");
   if (ASN1_Encode_Sequence(qualifiers.head(), out) != 0) {
@@ -346,7 +347,7 @@ u32 encode_cps_qualifier(const ErrorScope& err, DATA_BUFFER text, DATA_BUFFER* o
 // PolicyInformation ::= SEQUENCE { policyIdentifier, policyQualifiers OPTIONAL }
 u32 encode_policy(const ErrorScope& err, DATA_BUFFER identifier, DATA_BUFFER qualifier,
                   DATA_BUFFER* out) {
-  ElementList info;
+  FieldBuilder info;
   DATA_BUFFER* e = info.append();
   if (e == nullptr) return err.fail(2, "new_ASN1_SEQUENCE");
   if (ASN1_Encode_Object(ASN1_OBJECT_ID{0, identifier}, e) != 0) {
@@ -363,12 +364,12 @@ u32 encode_policy(const ErrorScope& err, DATA_BUFFER identifier, DATA_BUFFER qua
 // The characters of the first CPS qualifier in a policyQualifiers element; other kinds of
 // qualifier are skipped, and a policy without one gets the empty text.
 u32 read_cps_qualifier(const ErrorScope& err, const DATA_BUFFER& element, DATA_BUFFER* text) {
-  SplitElement qualifiers;
+  FieldReader qualifiers;
   if (split(element, &qualifiers) != 0) {
     return err.fail(10, "ASN1_Decode_Sequence");
   }
   for (const ASN1_SEQUENCE* q = qualifiers.head(); q != nullptr; q = q->next) {
-    SplitElement info;
+    FieldReader info;
     if (split(q->value, &info) != 0) {
       return err.fail(11, "ASN1_Decode_Sequence");
     }
@@ -397,7 +398,7 @@ u32 Encode_XEXT_CertificatePolicies(const ExtensionKind& kind,
                                     const USER_XEXT_CertificatePolicies* user, X509_EXTN* node) {
   ErrorScope err(kind.encode_fn);
   return encode_extension(err, kind.oidValue, user->critical, node, [&](DATA_BUFFER* value) {
-    ElementList policies;
+    FieldBuilder policies;
     const u32 count = std::min(user->count, kPolicySlots);
     for (u32 i = 0; i < count; ++i) {
       DATA_BUFFER* e = policies.append();
@@ -420,13 +421,13 @@ u32 Decode_XEXT_CertificatePolicies(const ExtensionKind& kind, const X509_EXTN* 
                                     XEXT_CertificatePolicies* policies) {
   ErrorScope err(kind.decode_fn);
   *policies = XEXT_CertificatePolicies{nullptr, nullptr, node->critical};
-  SplitElement infos;
+  FieldReader infos;
   if (split(node->extnValue, &infos) != 0) return err.fail(1, "ASN1_Decode_Sequence");
   auto undo = on_exit([&] { free_XEXT_CertificatePolicies(policies); });
   ASN1_SEQUENCE** identifiers = &policies->identifiers;
   ASN1_SEQUENCE** qualifiers = &policies->qualifiers;
   for (const ASN1_SEQUENCE* p = infos.head(); p != nullptr; p = p->next) {
-    SplitElement info;
+    FieldReader info;
     if (split(p->value, &info) != 0) return err.fail(2, "ASN1_Decode_Sequence");
     const ASN1_SEQUENCE* id = info.head();
     if (id == nullptr) return err.fail(3, kMalformed);
@@ -450,8 +451,8 @@ u32 Decode_XEXT_CertificatePolicies(const ExtensionKind& kind, const X509_EXTN* 
 u32 Encode_XEXT_BasicConstraints(u8 cA, u8 pathLenConstraint, u8 pathLenPresent, u8 critical,
                                  X509_EXTN* node) {
   ErrorScope err(506);
-  return encode_extension(err, 82, critical, node, [&](DATA_BUFFER* value) {
-    ElementList parts;
+  return encode_extension(err, kBasicConstraintsId, critical, node, [&](DATA_BUFFER* value) {
+    FieldBuilder parts;
     // cA FALSE is the DEFAULT and left out; a path length means nothing without it.
     if (cA != 0) {
       DATA_BUFFER* e = parts.append();
@@ -476,7 +477,7 @@ u32 Decode_XEXT_BasicConstraints(const X509_EXTN* node, XEXT_BasicConstraints* o
   ErrorScope err(508);
   *out = XEXT_BasicConstraints{0, 0, node->critical, 0};
   if (node->extnValue.length < 3) return 0;  // the empty SEQUENCE
-  SplitElement parts;
+  FieldReader parts;
   if (split(node->extnValue, &parts) != 0) {
     return err.fail(2, "ASN1_Decode_Sequence");
   }
@@ -553,7 +554,7 @@ u32 Encode_XEXT_ExtKeyUsage(const ExtensionKind& kind, const USER_XEXT_ExtKeyUsa
                             X509_EXTN* node) {
   ErrorScope err(kind.encode_fn);
   return encode_extension(err, kind.oidValue, user->critical, node, [&](DATA_BUFFER* value) {
-    ElementList purposes;
+    FieldBuilder purposes;
     const u32 count = std::min(user->count, kKeyPurposeSlots);
     for (u32 i = 0; i < count; ++i) {
       DATA_BUFFER* e = purposes.append();
@@ -573,7 +574,7 @@ u32 Decode_XEXT_ExtKeyUsage(const ExtensionKind& kind, const X509_EXTN* node,
                             XEXT_ExtKeyUsage* out) {
   ErrorScope err(kind.decode_fn);
   *out = XEXT_ExtKeyUsage{nullptr, node->critical};
-  SplitElement elements;
+  FieldReader elements;
   if (split(node->extnValue, &elements) != 0) return err.fail(1, "ASN1_Decode_Sequence");
   auto undo = on_exit([&] {
     free_ASN1_SEQUENCE(out->purposes);

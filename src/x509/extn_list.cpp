@@ -6,7 +6,7 @@
 #include "asn1/list.h"
 #include "frame/error.h"
 #include "frame/guard.h"
-#include "x509/element_list.h"
+#include "x509/field_list.h"
 
 namespace hylorn {
 namespace {
@@ -91,7 +91,7 @@ u32 Create_One_New_X509_EXTN(X509_EXTN_CONTEXT* ctx) {
 // DER leaves a DEFAULT value out, so only a critical extension carries the BOOLEAN.
 u32 Der_Encode_X509_Extn(const X509_EXTN* node, DATA_BUFFER* out) {
   ErrorScope err(501);
-  ElementList parts;
+  FieldBuilder parts;
   DATA_BUFFER* part = parts.append();
   if (part == nullptr) return err.fail(1, "new_ASN1_SEQUENCE");
   if (ASN1_Encode_Object(node->extnID, part) != 0) return err.fail(2, "ASN1_Encode_Object");
@@ -109,7 +109,7 @@ u32 Der_Encode_X509_Extn(const X509_EXTN* node, DATA_BUFFER* out) {
 
 u32 Der_Decode_X509_Extn(u32 total, const u8* der, X509_EXTN* node) {
   ErrorScope err(502);
-  SplitElement parts;
+  FieldReader parts;
   if (ASN1_Decode_Sequence(total, der, parts.out()) != 0) {
     return err.fail(1, "ASN1_Decode_Sequence");
   }
@@ -152,7 +152,7 @@ u32 Cert_Encode_X509_Extensions_End(X509_EXTN_CONTEXT* ctx, DATA_BUFFER* out, u8
     reset(ctx);
   });
   if (ctx->head == nullptr) return err.fail(1, "no extension");
-  ElementList extensions;
+  FieldBuilder extensions;
   for (const X509_EXTN* node = ctx->head; node != nullptr; node = node->next) {
     DATA_BUFFER* element = extensions.append();
     if (element == nullptr) return err.fail(node == ctx->head ? 3 : 4, "new_ASN1_SEQUENCE");
@@ -189,7 +189,7 @@ u32 Cert_Decode_X509_Extensions_Begin(u32 total, const u8* der, X509_EXTN_CONTEX
     total = inner.length;
     der = inner.data;
   }
-  SplitElement extensions;
+  FieldReader extensions;
   if (ASN1_Decode_Sequence(total, der, extensions.out()) != 0) {
     return err.fail(3, "ASN1_Decode_Sequence");
   }

@@ -96,9 +96,11 @@ std::string one_line_name(const USER_X500_NAME& name) {
   return line;
 }
 
+// The caller's buffer holds HYLORN_CERT_ITEM_SIZE bytes; a text that does not fit (only
+// the one-line name can be that long) fails rather than run past it.
 int put_item_text(const char* text, u8* out, u32* outLen) {
-  const int n = std::sprintf(reinterpret_cast<char*>(out), "%s", text);
-  if (n < 0) return kItemFailed;
+  const int n = std::snprintf(reinterpret_cast<char*>(out), HYLORN_CERT_ITEM_SIZE, "%s", text);
+  if (n < 0 || n >= HYLORN_CERT_ITEM_SIZE) return kItemFailed;
   *outLen = static_cast<u32>(n);
   return 0;
 }

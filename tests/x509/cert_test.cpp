@@ -390,7 +390,7 @@ TEST(CertDecode, FailureLeavesEveryOutputEmpty) {
 // ---- queries --------------------------------------------------------------------------
 
 std::pair<int, std::string> item(const Bytes& cert, unsigned number) {
-  Bytes out(4096, 0);
+  Bytes out(HYLORN_CERT_ITEM_SIZE, 0);  // exactly the documented room
   unsigned outLen = 0;
   const int rc =
       Crypt_Get_Char_Info_FromCert(cert.data(), unsigned(cert.size()), number, out.data(), &outLen);
@@ -434,6 +434,15 @@ TEST(CertQuery, EveryItem) {
   CertInput in = leaf_input();
   in.sigAlg = 1;
   EXPECT_EQ(item(issue(in), 3).second, "md2WithRSAEncryption");
+  // Three slots of 255 characters fit the item's room on one line (C=, O=, OU=, two
+  // separators: 776 characters), four do not (1,036).
+  in.subject = Name{};
+  for (int slot : {kC, kO, kOU}) in.subject[slot] = std::string(255, 'x');
+  EXPECT_EQ(item(issue(in), 21).second.size(), 776u);
+  in.subject[kST] = std::string(255, 'y');
+  const Bytes longName = issue(in);
+  EXPECT_EQ(item(longName, 21).first, -1);
+  EXPECT_EQ(item(longName, 16), std::make_pair(0, std::string(255, 'y')));
 }
 
 TEST(CertQuery, PublicKeyAndSignatureByCertificate) {

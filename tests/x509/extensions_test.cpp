@@ -102,9 +102,10 @@ std::vector<Seen> openssl_reads(const Bytes& der) {
   return seen;
 }
 
+// The eleven presence flags, in their order.
 u32* presence(CERT_EXTN_INFO& i) {
   return &i.authorityKeyIdentifierPresent;
-}  // eleven
+}
 
 // A value worth reading back in every record; the presence flags choose what is written.
 void fill(CERT_EXTN_INFO& i, u32 critical) {
@@ -209,22 +210,23 @@ TEST(ExtensionValues, OpenSslReadsEachAndTheRecordComesBack) {
   }
 }
 
-// Extension DER as OpenSSL writes it for the value built by f.
-template <class T>
-Bytes openssl_extension(int nid, int critical, T* value, void (*free_value)(T*)) {
-  X509_EXTENSION* ext = X509V3_EXT_i2d(nid, critical, value);
-  free_value(value);
+// The DER of an extension OpenSSL made; the extension is freed.
+Bytes extension_der(X509_EXTENSION* ext) {
+  EXPECT_NE(ext, nullptr);
   const Bytes der = i2d_bytes(i2d_X509_EXTENSION, static_cast<const X509_EXTENSION*>(ext));
   X509_EXTENSION_free(ext);
   return der;
 }
 
+template <class T>
+Bytes openssl_extension(int nid, int critical, T* value, void (*free_value)(T*)) {
+  X509_EXTENSION* ext = X509V3_EXT_i2d(nid, critical, value);
+  free_value(value);
+  return extension_der(ext);
+}
+
 Bytes openssl_conf(int nid, const char* text) {
-  X509_EXTENSION* ext = X509V3_EXT_conf_nid(nullptr, nullptr, nid, text);
-  EXPECT_NE(ext, nullptr) << text;
-  const Bytes der = i2d_bytes(i2d_X509_EXTENSION, static_cast<const X509_EXTENSION*>(ext));
-  X509_EXTENSION_free(ext);
-  return der;
+  return extension_der(X509V3_EXT_conf_nid(nullptr, nullptr, nid, text));
 }
 
 Bytes openssl_authority_key_id() {
@@ -459,7 +461,7 @@ TEST(ExtensionErrors, Entries) {
   empty_serial->authorityKeyIdentifier.authorityCertSerialNumberPresent = 1;
   EXPECT_EQ(encode(*empty_serial).result, 1u);
   EXPECT_EQ(read_errors(), (Entries{{119, 1, "data length equal zero"},
-                                    {525, 7, "ASN1_Encode_Integer"},
+                                    {525, 7, "ASN1_Encode_Octet_String"},
                                     {526, 5, "Encode_XEXT_AuthorityKeyIdentifier"},
                                     {313, 2, "u2l_XEXT_AuthorityKeyIdentifier"}}));
 
@@ -513,19 +515,19 @@ TEST(ExtensionErrors, Entries) {
   }
 }
 
-// The [3] element of every extension at once.
-Bytes full_element() {
+// Every extension at once.
+std::unique_ptr<CERT_EXTN_INFO> everything() {
   auto info = blank();
   fill(*info, 1);
   for (std::size_t j = 0; j < 11; ++j) presence(*info)[j] = 1;
-  return encode(*info).der;
+  return info;
 }
 
 // Guards the bounds of every decoder on the way: each truncated prefix fails, and each
 // single-byte change either reads or fails cleanly (the sanitizer build checks reads and
 // leaks).
 TEST(ExtensionDamage, PrefixesAndMutations) {
-  const Bytes der = full_element();
+  const Bytes der = encode(*everything()).der;
   ASSERT_GT(der.size(), 300u);
   for (std::size_t n = 0; n < der.size(); ++n) {
     auto info = blank();
@@ -544,10 +546,8 @@ TEST(ExtensionDamage, PrefixesAndMutations) {
 // Guards each allocation of both directions: a failure answers 1 with the walk's own
 // entry last and leaves nothing allocated.
 TEST(ExtensionDamage, AllocationFailures) {
-  auto info = blank();
-  fill(*info, 1);
-  for (std::size_t j = 0; j < 11; ++j) presence(*info)[j] = 1;
-  const Bytes der = full_element();
+  const auto info = everything();
+  const Bytes der = encode(*info).der;
   for (auto [fn, call] :
        {std::pair<int, std::function<u32()>>{313, [&] { return encode(*info).result; }},
         {523, [&] {
