@@ -15,8 +15,10 @@
 // no serial is taken and nothing was handed out. Killed between 1 and 3, the record is
 // "pending": its serial is never given again, and the next `ca` command settles it by
 // looking for certs/N.pem holding exactly that DER ("valid": it was handed out) or not
-// ("void": it never left the authority). So a serial is never reused, no certificate is
-// counted as issued unless its file exists, and none that exists goes unrecorded.
+// ("void": it never left the authority; a void record whose file appears later, from an
+// issue that was still running, turns valid). So a serial is never reused, no
+// certificate is counted as issued unless its file exists, and none that exists goes
+// unrecorded.
 // The copy at --out is written last, from the recorded DER.
 #include <string.h>
 #include <sys/stat.h>
@@ -74,16 +76,19 @@ struct Authority {
     settle_pending();
   }
 
-  // Step 1 done, step 3 not: decide from the file whether it was handed out.
+  // Step 1 done, step 3 not: decide from the file whether it was handed out. Void ones
+  // are looked at again, in case an issue still running wrote its file after a settle.
   void settle_pending() {
     db->begin();
-    for (const CertRow& row : db->rows("c.status = 'pending'")) {
+    for (const CertRow& row : db->rows("c.status IN ('pending', 'void')")) {
       bool handed_out = false;
       try {
         handed_out = read_der(paths.issued(row.serial)) == row.der;
       } catch (const ToolError&) {
       }
-      db->set_status(row.serial, handed_out ? "valid" : "void");
+      std::string status = handed_out ? "valid" : "void";
+      if (status == row.status) continue;
+      db->set_status(row.serial, status);
       std::cerr << "note: certificate " << row.serial << " of an interrupted issue is "
                 << (handed_out ? "recorded as issued" : "void (it was never handed out)") << "\n";
     }

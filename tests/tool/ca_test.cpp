@@ -582,6 +582,31 @@ TEST_F(CaTest, DatabaseThatIsNotADatabase) {
   EXPECT_EQ(read_text(root() + "/ca.db"), std::string(4096, 'z'));
 }
 
+// An issue still running when another command settled its record as void writes its file
+// afterwards: the next command sees the file and records the certificate as issued.
+TEST_F(CaTest, LateFileTurnsAVoidRecordValid) {
+  RunResult killed = run_tool({"ca", "issue", root(), "-i", path("user.req")},
+                              {"HYLORN_TEST_CRASH_AT=issue-committed"});
+  ASSERT_EQ(killed.status, 86);
+  ok({"ca", "list", root()});
+  Bytes der;
+  {
+    Db db(root() + "/ca.db");
+    ASSERT_EQ(db.rows().size(), 2u);
+    EXPECT_EQ(db.rows()[1].status, "void");
+    der = db.rows()[1].der;
+  }
+  write_file(path("late.der"), der);
+  ok({"pem", "-i", path("late.der"), "-o", root() + "/certs/2.pem"});
+  RunResult list = ok({"ca", "list", root()});
+  EXPECT_NE(list.err.find("certificate 2 of an interrupted issue is recorded as issued"),
+            std::string::npos)
+      << list.err;
+  expect_consistent(root());
+  Db db(root() + "/ca.db");
+  EXPECT_EQ(db.rows()[1].status, "valid");
+}
+
 // ---- a killed issue ----
 
 struct CrashCase {
