@@ -217,7 +217,12 @@ void run_issue(const IssueOptions& o) {
   ca.db->begin();
   ca.db->set_status(row.serial, "valid");
   ca.db->commit("issue-final-commit");
-  write_encoded(o.out, row.der, "CERTIFICATE", is_pem(o.form));
+  try {
+    write_encoded(o.out, row.der, "CERTIFICATE", is_pem(o.form));
+  } catch (const ToolError& e) {
+    throw ToolError(std::string(e.what()) + "\n  (certificate " + std::to_string(row.serial) +
+                    " is issued all the same: " + ca.paths.issued(row.serial) + ")");
+  }
   std::cerr << "issued certificate " << row.serial << " to " << row.subject << ", valid "
             << readable_time(c.not_before) << " to " << readable_time(c.not_after) << "\n";
 }

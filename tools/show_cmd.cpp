@@ -211,8 +211,13 @@ void add_show_command(CLI::App& app) {
   cmd->add_option("files", *files, "Files to show (a PEM file may hold several objects)")
       ->required();
   cmd->callback([files] {
+    bool first = true;
     for (const std::string& path : *files)
-      for (const Bytes& der : read_der_all(path)) show_one(std::cout, der, path);
+      for (const Bytes& der : read_der_all(path)) {
+        if (!first) std::cout << "\n";
+        first = false;
+        show_one(std::cout, der, path);
+      }
   });
 }
 
