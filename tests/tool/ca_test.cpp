@@ -397,6 +397,39 @@ TEST_F(CaTest, VerifyFindingsAgreeWithOpenSSL) {
   }
 }
 
+// Without a request: subject and public key from the command line, under each digest.
+TEST_F(CaTest, IssueFromFlagsUnderEachDigest) {
+  struct Case {
+    const char* md;
+    int nid;  // NID_undef: OpenSSL 3 no longer has MD2, so only the tool checks it
+  };
+  for (const Case& c : {Case{"sha1", NID_sha1WithRSA}, Case{"md5", NID_md5WithRSAEncryption},
+                        Case{"md2", NID_undef}}) {
+    SCOPED_TRACE(c.md);
+    std::string out = path(std::string("flags-") + c.md + ".pem");
+    ok({"ca", "issue", root(), "--subj", "/O=Flags/CN=from flags", "--pubkey", path("user.pub"),
+        "--md", c.md, "-o", out});
+    RunResult v = run_tool({"verify", out, "-r", root() + "/ca.pem"});
+    EXPECT_EQ(v.status, 0) << v.out << v.err;
+    X509Ptr cert = load_x509(out), rootc = load_x509(root() + "/ca.pem");
+    ASSERT_TRUE(cert);
+    std::map<int, std::string> expected = {{NID_organizationName, "Flags"},
+                                           {NID_commonName, "from flags"}};
+    EXPECT_EQ(name_entries(X509_get_subject_name(cert.get())), expected);
+    RunResult shown = ok({"show", out});
+    RunResult pub = ok({"show", path("user.req")});
+    auto modulus = [](const std::string& text) {
+      size_t at = text.find("Modulus:");
+      return text.substr(at, text.find("Exponent") - at);
+    };
+    EXPECT_EQ(modulus(shown.out), modulus(pub.out));
+    if (c.nid != NID_undef) {
+      EXPECT_EQ(X509_get_signature_nid(cert.get()), c.nid);
+      EXPECT_EQ(X509_verify(cert.get(), X509_get0_pubkey(rootc.get())), 1);
+    }
+  }
+}
+
 // The tool's chain outputs are what OpenSSL reads as a PKCS #7 chain.
 TEST_F(CaTest, ChainAsPkcs7ListsBothCertificates) {
   ok({"ca", "issue", root(), "-i", path("user.req"), "-o", path("user.pem")});
