@@ -186,6 +186,25 @@ bool show_spkac(std::ostream& os, const Bytes& der) {
   return true;
 }
 
+// Which kind the structure suggests, so that a failure is reported by the right decoder:
+// a CRL has its times at the top of the signed part, a request ends in [0] attributes,
+// an SPKAC is a key and an IA5String challenge, anything else is taken for a certificate.
+enum class Kind { kCert, kCrl, kRequest, kSpkac };
+
+Kind guess_kind(const Bytes& der) {
+  SignedParts parts;
+  Element tbs;
+  std::vector<Element> items;
+  if (!split_signed(der, parts) || !read_element(parts.tbs.data(), parts.tbs.size(), tbs) ||
+      !read_children(tbs, items) || items.empty())
+    return Kind::kCert;
+  for (const Element& e : items)
+    if (e.tag == 0x17 || e.tag == 0x18) return Kind::kCrl;
+  if (items.size() == 4 && items[0].tag == 0x02 && items[3].tag == 0xA0) return Kind::kRequest;
+  if (items.size() >= 2 && items[0].tag == 0x30 && items[1].tag == 0x16) return Kind::kSpkac;
+  return Kind::kCert;
+}
+
 void show_one(std::ostream& os, const Bytes& der, const std::string& path) {
   if (der.size() > 0xffffffu) fail(path, "too large");
   Cert cert;
@@ -195,9 +214,28 @@ void show_one(std::ostream& os, const Bytes& der, const std::string& path) {
   Request req;
   if (decode_request(der, req)) return show_request(os, der, req);
   if (show_spkac(os, der)) return;
-  fail_lib(path,
-           "not a certificate, CRL, PKCS #10 request or SPKAC (tried each decoder; the "
-           "last one, Crypt_Decode_NetscapeCertReq, says)");
+  // Every decoder refused it; run the likely one again so that the error list is its own.
+  const char* what = "certificate (Crypt_Decode_Cert)";
+  switch (guess_kind(der)) {
+    case Kind::kCert:
+      decode_cert(der, cert);
+      break;
+    case Kind::kCrl:
+      decode_crl(der, crl);
+      what = "CRL (Crypt_Decode_Crl_Init)";
+      break;
+    case Kind::kRequest:
+      decode_request(der, req);
+      what = "PKCS #10 request (Crypt_Decode_Pkcs10)";
+      break;
+    case Kind::kSpkac:
+      show_spkac(os, der);
+      what = "SPKAC (Crypt_Decode_NetscapeCertReq)";
+      break;
+  }
+  fail_lib(path, std::string("not a certificate, CRL, PKCS #10 request or SPKAC the library can "
+                             "read; it looks like a ") +
+                     what + ", which says");
 }
 
 }  // namespace
