@@ -1,5 +1,9 @@
 // Key pair generation and the public half of a key name.
+#include <unistd.h>
+
+#include <climits>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 
 #include "crypto/keygen.h"
@@ -16,14 +20,27 @@ using hylorn::u8;
 
 namespace {
 
-// The key file is the private DER alone, written in one go; the count written is not
-// checked, as a short write shows up when the file is read back.
+// The key file is the private DER alone, and it appears whole or not at all: the DER goes
+// into a new file beside the target, readable by its owner only, is flushed to the disk
+// and then renamed over the target. A crash or a failed write leaves any earlier file of
+// that name untouched and no half-written key behind.
 u32 write_key_file(const char* path, const u8* der, u32 derLen) {
-  std::FILE* file = std::fopen(path, "wb");
-  if (file == nullptr) return 1;
-  std::fwrite(der, 1, derLen, file);
-  std::fclose(file);
-  return 0;
+  char temp[PATH_MAX];
+  const int n = std::snprintf(temp, sizeof temp, "%s.XXXXXX", path);
+  if (n < 0 || static_cast<std::size_t>(n) >= sizeof temp) return 1;
+  const int fd = ::mkstemp(temp);  // mode 0600
+  if (fd < 0) return 1;
+  bool ok = true;
+  for (u32 done = 0; ok && done < derLen;) {
+    const ssize_t w = ::write(fd, der + done, derLen - done);
+    ok = w > 0;
+    if (ok) done += static_cast<u32>(w);
+  }
+  ok = ok && ::fsync(fd) == 0;
+  ok = ::close(fd) == 0 && ok;
+  if (ok && std::rename(temp, path) == 0) return 0;
+  ::unlink(temp);
+  return 1;
 }
 
 }  // namespace

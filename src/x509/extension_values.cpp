@@ -166,6 +166,16 @@ u32 DER_Decode_GeneralNames(const DATA_BUFFER* element, X500_NAME** name, u8* fo
   return 0;
 }
 
+// An IMPLICIT INTEGER read like the universal one (one sign octet dropped), on a copy
+// whose tag is put back to 02.
+u32 decode_implicit_integer(const DATA_BUFFER& element, DATA_BUFFER* out) {
+  DATA_BUFFER copy{0, nullptr};
+  if (copy_DATA_BUFFER(&copy, element.length, element.data) != 0) return 1;
+  auto free_copy = on_exit([&] { free_DATA_BUFFER(&copy); });
+  copy.data[0] = kIntegerTag;
+  return ASN1_Decode_Integer(copy.length, copy.data, out);
+}
+
 u32 Encode_XEXT_AuthorityKeyIdentifier(const ExtensionKind& kind,
                                        const XEXT_AuthorityKeyIdentifier* aki, X509_EXTN* node) {
   ErrorScope err(kind.encode_fn);
@@ -187,9 +197,12 @@ u32 Encode_XEXT_AuthorityKeyIdentifier(const ExtensionKind& kind,
     }
     if (aki->authorityCertSerialNumberPresent != 0) {
       if ((e = parts.append()) == nullptr) return err.fail(6, "new_ASN1_SEQUENCE");
-      if (encode_implicit(aki->authorityCertSerialNumber, kContext2, e) != 0) {
-        return err.fail(7, "ASN1_Encode_Octet_String");
+      // The same INTEGER as the authority certificate's own serial, so that the two
+      // compare equal byte for byte; only the tag differs.
+      if (ASN1_Encode_Integer(aki->authorityCertSerialNumber, e) != 0) {
+        return err.fail(7, "ASN1_Encode_Integer");
       }
+      e->data[0] = kContext2;
     }
     if (ASN1_Encode_Sequence(parts.head(), value) != 0) {
       return err.fail(8, "ASN1_Encode_Sequence");
@@ -224,8 +237,8 @@ u32 Decode_XEXT_AuthorityKeyIdentifier(const ExtensionKind& kind, const X509_EXT
       }
     } else if (tag == kContext2 && aki->authorityCertSerialNumberPresent == 0) {
       if (!implicit_contents(p->value, kContext2, &e)) return err.fail(5, kMalformed);
-      if (copy_DATA_BUFFER(&aki->authorityCertSerialNumber, e.length, e.contents) != 0) {
-        return err.fail(6, "copy_DATA_BUFFER");
+      if (decode_implicit_integer(p->value, &aki->authorityCertSerialNumber) != 0) {
+        return err.fail(6, "ASN1_Decode_Integer");
       }
       aki->authorityCertSerialNumberPresent = 1;
     } else {

@@ -2,8 +2,11 @@
 // directory that the test removes.
 #include <gtest/gtest.h>
 #include <openssl/core_names.h>
+#include <sys/resource.h>
+#include <sys/stat.h>
 
 #include <algorithm>
+#include <csignal>
 
 #include "key_fixtures.h"
 
@@ -76,6 +79,32 @@ TEST(GenRSAKeyPair, KeyFileHoldsThePrivateDerAndGivesBackThePublicOne) {
   PairOut uncreatable;
   EXPECT_EQ(uncreatable.generate(dir.path("missing/key.der")), 1u);
   EXPECT_TRUE(uncreatable.halves_match());
+}
+
+// A key file is its owner's alone, and a write that fails half-way (here the file-size
+// limit, which binds root too) leaves the earlier key whole and no partial file behind.
+TEST(GenRSAKeyPair, KeyFileIsPrivateAndNeverHalfWritten) {
+  TempDir dir;
+  const std::string path = dir.path("ca.key");
+  PairOut first;
+  ASSERT_EQ(first.generate(path), 0u);
+  struct stat st {};
+  ASSERT_EQ(::stat(path.c_str(), &st), 0);
+  EXPECT_EQ(st.st_mode & 0777, 0600u);
+
+  rlimit saved{};
+  ASSERT_EQ(::getrlimit(RLIMIT_FSIZE, &saved), 0);
+  rlimit small = saved;
+  small.rlim_cur = 100;
+  auto* previous = std::signal(SIGXFSZ, SIG_IGN);
+  ASSERT_EQ(::setrlimit(RLIMIT_FSIZE, &small), 0);
+  PairOut second;
+  const unsigned result = second.generate(path);
+  ::setrlimit(RLIMIT_FSIZE, &saved);
+  std::signal(SIGXFSZ, previous);
+  EXPECT_EQ(result, 1u);
+  EXPECT_EQ(to_hex(read_file(path)), to_hex(first.pri_der()));
+  EXPECT_EQ(dir.entries(), Names{"ca.key"});
 }
 
 // A slot has no public key even when a file of its name holds one; a file that holds no

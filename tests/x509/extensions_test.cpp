@@ -117,7 +117,7 @@ void fill(CERT_EXTN_INFO& i, u32 critical) {
   std::strcpy(a.authorityCertIssuer[0].slot[0], "CN");
   std::strcpy(a.authorityCertIssuer[0].slot[4], "Root CA");
   a.authorityCertSerialNumberLength = 2;
-  std::memcpy(a.authorityCertSerialNumber, "\x01\xf2", 2);
+  std::memcpy(a.authorityCertSerialNumber, "\x81\xf2", 2);  // sign bit: padded like a serial
   i.subjectKeyIdentifier.keyIdentifierLength = 4;
   std::memcpy(i.subjectKeyIdentifier.keyIdentifier, "\xde\xad\xbe\xef", 4);
   auto& p = i.privateKeyUsagePeriod;
@@ -160,7 +160,7 @@ struct Want {
   const char* value;
 };
 constexpr Want kWant[] = {
-    {"2.5.29.35", "keyid:0A:0B:0C\nDirName:/C=CN/CN=Root CA\nserial:01:F2", nullptr},
+    {"2.5.29.35", "keyid:0A:0B:0C\nDirName:/C=CN/CN=Root CA\nserial:81:F2", nullptr},
     {"2.5.29.14", "DE:AD:BE:EF", nullptr},
     {"2.5.29.16", "Not Before: Jan  2 03:04:05 2025 GMT, Not After: Jul  8 09:10:11 2060 GMT",
      nullptr},
@@ -243,7 +243,7 @@ Bytes openssl_authority_key_id() {
   aki->issuer = GENERAL_NAMES_new();
   sk_GENERAL_NAME_push(aki->issuer, gn);
   aki->serial = ASN1_INTEGER_new();
-  ASN1_INTEGER_set(aki->serial, 0x1234);
+  ASN1_INTEGER_set(aki->serial, 0x9234);
   return openssl_extension(NID_authority_key_identifier, 0, aki, AUTHORITY_KEYID_free);
 }
 
@@ -309,7 +309,7 @@ TEST(ExtensionValues, ReadsWhatOpenSslWrites) {
   EXPECT_EQ(a.nameCount, 1u);
   EXPECT_STREQ(a.authorityCertIssuer[0].slot[1], "Acme");
   EXPECT_STREQ(a.authorityCertIssuer[0].slot[4], "Root");
-  EXPECT_EQ(to_hex(a.authorityCertSerialNumber, a.authorityCertSerialNumberLength), "1234");
+  EXPECT_EQ(to_hex(a.authorityCertSerialNumber, a.authorityCertSerialNumberLength), "9234");
   const auto& p = i.certificatePolicies;
   ASSERT_EQ(p.count, 2u);
   EXPECT_EQ(p.critical, 1u);
@@ -460,8 +460,8 @@ TEST(ExtensionErrors, Entries) {
   empty_serial->authorityKeyIdentifierPresent = 1;
   empty_serial->authorityKeyIdentifier.authorityCertSerialNumberPresent = 1;
   EXPECT_EQ(encode(*empty_serial).result, 1u);
-  EXPECT_EQ(read_errors(), (Entries{{119, 1, "data length equal zero"},
-                                    {525, 7, "ASN1_Encode_Octet_String"},
+  EXPECT_EQ(read_errors(), (Entries{{111, 1, "data length equal zero"},
+                                    {525, 7, "ASN1_Encode_Integer"},
                                     {526, 5, "Encode_XEXT_AuthorityKeyIdentifier"},
                                     {313, 2, "u2l_XEXT_AuthorityKeyIdentifier"}}));
 
