@@ -51,17 +51,17 @@ struct KeyFile {
   Bytes pub = Bytes(HYLORN_PUBKEY_DER_SIZE), pri = Bytes(HYLORN_PRIKEY_DER_SIZE);
 };
 inline const KeyFile& key_file() {
-  static KeyFile* k = [] {
-    auto* f = new KeyFile;
+  static KeyFile k;  // its directory goes when the run ends
+  static const bool made = [] {
     unsigned pubLen = 0, priLen = 0;
-    EXPECT_EQ(
-        Crypt_GenRSAKeyPair(f->path.c_str(), 0, f->pub.data(), &pubLen, f->pri.data(), &priLen),
-        0u);
-    f->pub.resize(pubLen);
-    f->pri.resize(priLen);
-    return f;
+    const unsigned rc =
+        Crypt_GenRSAKeyPair(k.path.c_str(), 0, k.pub.data(), &pubLen, k.pri.data(), &priLen);
+    k.pub.resize(pubLen);
+    k.pri.resize(priLen);
+    return rc == 0;
   }();
-  return *k;
+  EXPECT_TRUE(made);
+  return k;
 }
 
 // The request, or empty when encoding fails (the length output must then be untouched).
