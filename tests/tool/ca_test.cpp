@@ -7,6 +7,7 @@
 #include <openssl/x509.h>
 #include <openssl/x509v3.h>
 #include <sqlite3.h>
+#include <sys/stat.h>
 
 #include <ctime>
 #include <filesystem>
@@ -649,6 +650,24 @@ TEST_F(CaTest, EnvelopeToACertificateOpensOnlyWithItsKey) {
   EXPECT_EQ(r.status, 1);
   EXPECT_NE(r.err.find("opening the envelope with"), std::string::npos) << r.err;
   EXPECT_FALSE(fs::exists(path("wrong")));
+}
+
+// An init killed before its database was in place leaves no authority: a second init
+// replaces what it left and succeeds.
+TEST_F(CaTest, InitAfterAnInterruptedInit) {
+  fs::create_directories(path("again/certs"));
+  write_text(path("again/ca.key"), "half a key");
+  write_text(path("again/ca.db.new"), "half a database");
+  RunResult list = run_tool({"ca", "list", path("again")});
+  EXPECT_EQ(list.status, 1);
+  EXPECT_NE(list.err.find("no authority here"), std::string::npos) << list.err;
+  ok({"ca", "init", path("again"), "--subj", "/CN=Again"});
+  RunResult r = ok({"ca", "list", path("again")});
+  EXPECT_NE(r.out.find("authority: CN=Again"), std::string::npos) << r.out;
+  struct stat st;
+  ASSERT_EQ(stat(path("again/ca.key").c_str(), &st), 0);
+  EXPECT_EQ(st.st_mode & 0777, 0600u);
+  expect_consistent(path("again"));
 }
 
 TEST_F(CaTest, RevokingTwiceIsRefused) {
