@@ -4,10 +4,10 @@
 #include <cstdlib>
 #include <cstring>
 
-#include "crl/caller_args.h"
 #include "crl/records.h"
 #include "crl/signed_crl.h"
 #include "hylorn.h"
+#include "x509/caller_args.h"
 
 namespace hylorn {
 namespace {
@@ -23,8 +23,7 @@ void release(DecodeSession* s) {
 }
 
 u32 decode_init(void** handle, const u8* der, u32 derLen, u32* version, u32* sigAlg, u8* params,
-                u32* paramsLen, char* const (&issuer)[kNameSlots], char* thisUpdate,
-                char* nextUpdate) {
+                u32* paramsLen, const NameOut& issuer, char* thisUpdate, char* nextUpdate) {
   auto* s = static_cast<DecodeSession*>(std::malloc(sizeof(DecodeSession)));
   if (s == nullptr) return 1;
   std::memset(s, 0, sizeof(*s));
@@ -39,7 +38,7 @@ u32 decode_init(void** handle, const u8* der, u32 derLen, u32* version, u32* sig
     std::memcpy(params, crl.signature.parameters, crl.signature.parametersLength);
   }
   *paramsLen = crl.signature.parametersLength;
-  copy_name_out(crl.issuer, issuer);
+  unpack_name(crl.issuer, issuer);
   std::strcpy(thisUpdate, crl.thisUpdate);
   std::strcpy(nextUpdate, crl.nextUpdatePresent ? crl.nextUpdate : "");
   s->cursor = crl.revokedCertificatesPresent ? crl.revokedCertificates : nullptr;
@@ -73,7 +72,7 @@ u32 decode_update(void* handle, u8* serial, u32* serialLen, char* revocationDate
   return 0;
 }
 
-u32 decode_final(void* handle, u32* extFlags, u32* critFlags, char* const (&akiIssuer)[kNameSlots],
+u32 decode_final(void* handle, u32* extFlags, u32* critFlags, const NameOut& akiIssuer,
                  u8* akiSerial, u32* akiSerialLen, u8* crlNumber, u32* crlNumberLen) {
   auto* s = static_cast<DecodeSession*>(handle);
   const USER_crlTbsCertList_INFO& crl = s->crl;
@@ -84,7 +83,7 @@ u32 decode_final(void* handle, u32* extFlags, u32* critFlags, char* const (&akiI
     const USER_XEXT_AuthorityKeyIdentifier& aki = ext.authorityKeyIdentifier;
     *extFlags |= kCrlFlagAuthorityKeyId;
     if (aki.critical) *critFlags |= kCrlFlagAuthorityKeyId;
-    copy_name_out(aki.authorityCertIssuer[0], akiIssuer);
+    unpack_name(aki.authorityCertIssuer[0], akiIssuer);
     if (aki.authorityCertSerialNumberLength > 0) {
       std::memcpy(akiSerial, aki.authorityCertSerialNumber, aki.authorityCertSerialNumberLength);
     }
@@ -107,7 +106,7 @@ extern "C" HYLORN_API unsigned int Crypt_Decode_Crl_Init(
     void** handle, const unsigned char* der, unsigned int derLen, unsigned int* version,
     unsigned int* sigAlg, unsigned char* params, unsigned int* paramsLen, HYLORN_NAME_OUT(issuer),
     char* thisUpdate, char* nextUpdate) {
-  char* const slots[hylorn::kNameSlots] = HYLORN_NAME_ARRAY(issuer);
+  const hylorn::NameOut slots{HYLORN_NAME_SLOTS(issuer)};
   return hylorn::decode_init(handle, der, derLen, version, sigAlg, params, paramsLen, slots,
                              thisUpdate, nextUpdate);
 }
@@ -124,7 +123,7 @@ extern "C" HYLORN_API unsigned int Crypt_Decode_Crl_Final(
     void* handle, unsigned int* extFlags, unsigned int* critFlags, HYLORN_NAME_OUT(akiIssuer),
     unsigned char* akiSerial, unsigned int* akiSerialLen, unsigned char* crlNumber,
     unsigned int* crlNumberLen) {
-  char* const slots[hylorn::kNameSlots] = HYLORN_NAME_ARRAY(akiIssuer);
+  const hylorn::NameOut slots{HYLORN_NAME_SLOTS(akiIssuer)};
   return hylorn::decode_final(handle, extFlags, critFlags, slots, akiSerial, akiSerialLen,
                               crlNumber, crlNumberLen);
 }

@@ -2,11 +2,11 @@
 // Update per revoked certificate, and Final, which signs and writes it.
 #include <cstring>
 
-#include "crl/caller_args.h"
 #include "crl/records.h"
 #include "crl/signed_crl.h"
 #include "frame/guard.h"
 #include "hylorn.h"
+#include "x509/caller_args.h"
 
 namespace hylorn {
 namespace {
@@ -32,20 +32,19 @@ void start_empty() {
   std::memset(&session, 0, sizeof(session));
 }
 
-u32 encode_init(u8 version, u16 sigAlg, const u8* params, u32 paramsLen,
-                const char* const (&issuer)[kNameSlots], const char* thisUpdate,
-                const char* nextUpdate) {
+u32 encode_init(u8 version, u16 sigAlg, const u8* params, u32 paramsLen, const NameIn& issuer,
+                const char* thisUpdate, const char* nextUpdate) {
   start_empty();
   USER_crlTbsCertList_INFO& crl = session.crl;
-  if (paramsLen > kAlgorithmParametersSize || fill_name(issuer, &crl.issuer) != 0 ||
-      copy_text(crl.thisUpdate, thisUpdate) != 0 || copy_text(crl.nextUpdate, nextUpdate) != 0) {
+  if (!put_octets(params, paramsLen, crl.signature.parameters, kAlgorithmParametersSize,
+                  &crl.signature.parametersLength) ||
+      !pack_name(issuer, &crl.issuer) || !put_text(thisUpdate, crl.thisUpdate) ||
+      !put_text(nextUpdate, crl.nextUpdate)) {
     start_empty();
     return 1;
   }
   crl.version = version;
   crl.signature.algorithm = sigAlg;
-  if (paramsLen > 0) std::memcpy(crl.signature.parameters, params, paramsLen);
-  crl.signature.parametersLength = static_cast<u16>(paramsLen);
   crl.versionPresent = 1;
   crl.nextUpdatePresent = crl.nextUpdate[0] != '\0' ? 1 : 0;
   return 0;
@@ -53,20 +52,21 @@ u32 encode_init(u8 version, u16 sigAlg, const u8* params, u32 paramsLen,
 
 u32 encode_update(const u8* serial, u32 serialLen, const char* revocationDate, u32 extFlags,
                   u32 critFlags, u32 reasonCode, const char* invalidityDate) {
-  if (serialLen > kSerialSize) return 1;
   USER_revokedCert_INFO* entry = nullptr;
   if (new_USER_revokedCert_INFO(&entry) != 0) return 1;
   auto drop = on_exit([&] { free_USER_revokedCert_INFO(entry); });
-  entry->serialNumberLength = static_cast<u16>(serialLen);
-  if (serialLen > 0) std::memcpy(entry->serialNumber, serial, serialLen);
-  if (copy_text(entry->revocationDate, revocationDate) != 0) return 1;
+  if (!put_octets(serial, serialLen, entry->serialNumber, kSerialSize,
+                  &entry->serialNumberLength) ||
+      !put_text(revocationDate, entry->revocationDate)) {
+    return 1;
+  }
   if (extFlags & kCrlFlagReason) {
     entry->reasonPresent = entry->entryExtensionsPresent = 1;
     entry->reasonCode = reasonCode;
     entry->reasonCritical = (critFlags & kCrlFlagReason) != 0 ? 1 : 0;
   }
   if (extFlags & kCrlFlagInvalidityDate) {
-    if (copy_text(entry->invalidityDate, invalidityDate) != 0) return 1;
+    if (!put_text(invalidityDate, entry->invalidityDate)) return 1;
     entry->invalidityDatePresent = entry->entryExtensionsPresent = 1;
     entry->invalidityCritical = (critFlags & kCrlFlagInvalidityDate) != 0 ? 1 : 0;
   }
@@ -79,44 +79,45 @@ u32 encode_update(const u8* serial, u32 serialLen, const char* revocationDate, u
 
 // The CRL's extensions from Final's arguments; only AuthorityKeyIdentifier and CRLNumber
 // are written, whatever else the flag word holds.
-u32 set_crl_extensions(u32 extFlags, u32 critFlags, const char* const (&akiIssuer)[kNameSlots],
-                       const u8* akiSerial, i32 akiSerialLen, const u8* crlNumber,
-                       u32 crlNumberLen) {
+u32 set_crl_extensions(u32 extFlags, u32 critFlags, const NameIn& akiIssuer, const u8* akiSerial,
+                       i32 akiSerialLen, const u8* crlNumber, u32 crlNumberLen) {
   USER_CRL_EXTN_INFO& ext = session.crl.crlExtensions;
   std::memset(&ext, 0, sizeof(ext));
   session.crl.crlExtensionsPresent =
       (extFlags & (kCrlFlagAuthorityKeyId | kCrlFlagCrlNumber)) != 0 ? 1 : 0;
   if (extFlags & kCrlFlagAuthorityKeyId) {
-    if (akiSerialLen < 0 || akiSerialLen > static_cast<i32>(kSerialSize)) return 1;
+    if (akiSerialLen < 0) return 1;
     USER_XEXT_AuthorityKeyIdentifier& aki = ext.authorityKeyIdentifier;
     ext.authorityKeyIdentifierPresent = 1;
     aki.authorityCertIssuerPresent = 1;
     aki.nameCount = 1;
-    if (fill_name(akiIssuer, &aki.authorityCertIssuer[0]) != 0) return 1;
-    aki.authorityCertSerialNumberPresent = akiSerialLen > 0 ? 1 : 0;
-    if (akiSerialLen > 0) std::memcpy(aki.authorityCertSerialNumber, akiSerial, akiSerialLen);
-    aki.authorityCertSerialNumberLength = static_cast<u16>(akiSerialLen);
+    if (!pack_name(akiIssuer, &aki.authorityCertIssuer[0])) return 1;
+    if (!put_octets(akiSerial, akiSerialLen, aki.authorityCertSerialNumber, kSerialSize,
+                    &aki.authorityCertSerialNumberLength)) {
+      return 1;
+    }
+    aki.authorityCertSerialNumberPresent = aki.authorityCertSerialNumberLength > 0 ? 1 : 0;
     aki.critical = (critFlags & kCrlFlagAuthorityKeyId) != 0 ? 1 : 0;
   }
   if (extFlags & kCrlFlagCrlNumber) {
-    if (crlNumberLen > kCrlNumberSize) return 1;
+    if (!put_octets(crlNumber, crlNumberLen, ext.crlNumber, kCrlNumberSize, &ext.crlNumberLength)) {
+      return 1;
+    }
     ext.crlNumberPresent = 1;
-    if (crlNumberLen > 0) std::memcpy(ext.crlNumber, crlNumber, crlNumberLen);
-    ext.crlNumberLength = crlNumberLen;
     ext.crlNumberCritical = (critFlags & kCrlFlagCrlNumber) != 0 ? 1 : 0;
   }
   return 0;
 }
 
-u32 encode_final(u32 extFlags, u32 critFlags, const char* const (&akiIssuer)[kNameSlots],
-                 const u8* akiSerial, i32 akiSerialLen, const u8* crlNumber, u32 crlNumberLen,
-                 const char* keyName, const char* secondText, u8* out, u32* outLen) {
+u32 encode_final(u32 extFlags, u32 critFlags, const NameIn& akiIssuer, const u8* akiSerial,
+                 i32 akiSerialLen, const u8* crlNumber, u32 crlNumberLen, const char* keyName,
+                 const char* secondText, u8* out, u32* outLen) {
   if (set_crl_extensions(extFlags, critFlags, akiIssuer, akiSerial, akiSerialLen, crlNumber,
                          crlNumberLen) != 0) {
     return 1;
   }
   SIGNING_KEY key{};
-  if (copy_text(key.keyName, keyName) != 0 || copy_text(key.keySecondText, secondText) != 0) {
+  if (!put_text(keyName, key.keyName) || !put_text(secondText, key.keySecondText)) {
     return 1;
   }
   // A failure keeps the list, so the caller may try again (with another key, say).
@@ -132,7 +133,7 @@ extern "C" HYLORN_API unsigned int Crypt_Encode_Crl_Init(
     unsigned char version, unsigned short sigAlg, const unsigned char* params,
     unsigned int paramsLen, HYLORN_NAME_IN(issuer), const char* thisUpdate,
     const char* nextUpdate) {
-  const char* const slots[hylorn::kNameSlots] = HYLORN_NAME_ARRAY(issuer);
+  const hylorn::NameIn slots{HYLORN_NAME_SLOTS(issuer)};
   return hylorn::encode_init(version, sigAlg, params, paramsLen, slots, thisUpdate, nextUpdate);
 }
 
@@ -149,7 +150,7 @@ extern "C" HYLORN_API unsigned int Crypt_Encode_Crl_Final(
     const unsigned char* akiSerial, int akiSerialLen, const unsigned char* crlNumber,
     unsigned int crlNumberLen, const char* keyName, const char* secondText, unsigned char* out,
     unsigned int* outLen) {
-  const char* const slots[hylorn::kNameSlots] = HYLORN_NAME_ARRAY(akiIssuer);
+  const hylorn::NameIn slots{HYLORN_NAME_SLOTS(akiIssuer)};
   return hylorn::encode_final(extFlags, critFlags, slots, akiSerial, akiSerialLen, crlNumber,
                               crlNumberLen, keyName, secondText, out, outLen);
 }

@@ -6,6 +6,7 @@
 
 #include "frame/error.h"
 #include "hylorn.h"
+#include "x509/caller_args.h"
 #include "x509/cert.h"
 #include "x509/records.h"
 
@@ -13,53 +14,9 @@ using namespace hylorn;
 
 namespace {
 
-// The sixteen name arguments of HYLORN_NAME_IN / HYLORN_NAME_OUT, in slot order.
-#define HYLORN_NAME_SLOTS(p)                                                            \
-  p##C, p##O, p##OU, p##ST, p##CN, p##L, p##Title, p##SN, p##GN, p##Initials, p##Email, \
-      p##PostalAddress, p##PostalCode, p##PostOfficeBox, p##Telephone, p##Telex
-
-using NameIn = std::array<const char*, kNameSlots>;
-using NameOut = std::array<char*, kNameSlots>;
-
 constexpr u32 kPolicyArguments = 4;  // the policies the argument list carries
 
 // ---- into the caller record: every copy is bounded by its field --------------------
-
-// A text into a fixed field; null reads as empty. False when it does not fit.
-bool put_text(const char* text, char* field, u32 size) {
-  if (text == nullptr) text = "";
-  const std::size_t n = strnlen(text, size);
-  if (n >= size) return false;
-  std::memcpy(field, text, n + 1);
-  return true;
-}
-
-// Octets into a fixed field; a length of 0 or below stores nothing.
-template <class Len>
-bool put_octets(const u8* src, long long length, u8* field, u32 size, Len* stored) {
-  if (length <= 0 || src == nullptr) {
-    *stored = 0;
-    return true;
-  }
-  if (length > size) return false;
-  std::memcpy(field, src, static_cast<std::size_t>(length));
-  *stored = static_cast<Len>(length);
-  return true;
-}
-
-bool pack_name(const NameIn& slots, USER_X500_NAME* name) {
-  for (u32 i = 0; i < kNameSlots; ++i) {
-    if (!put_text(slots[i], name->slot[i], kNameSlotSize)) return false;
-  }
-  return true;
-}
-
-bool name_is_empty(const USER_X500_NAME& name) {
-  for (const auto& slot : name.slot) {
-    if (slot[0] != '\0') return false;
-  }
-  return true;
-}
 
 bool put_algorithm(u16 number, const u8* params, int paramsLen, USER_X509_ALG_ID* alg) {
   alg->algorithm = number;
@@ -169,28 +126,6 @@ bool fill_set_cert_type(const ExtensionsIn& in, CERT_EXTN_INFO* info, u32 critic
 
 // ---- out of the caller record ----------------------------------------------------------
 
-// Octets of a record field into an output of the same size; the length is already
-// within the field, and the copy never trusts it further than that.
-void take_octets(u8* out, u32* outLen, const u8* field, u32 length, u32 size) {
-  const u32 n = length < size ? length : size;
-  std::memcpy(out, field, n);
-  *outLen = n;
-}
-
-void copy_text(char* out, const char* field, u32 size) {
-  const std::size_t n = strnlen(field, size - 1);
-  std::memcpy(out, field, n);
-  out[n] = '\0';
-}
-
-void unpack_name(const USER_X500_NAME& name, const NameOut& slots) {
-  for (u32 i = 0; i < kNameSlots; ++i) copy_text(slots[i], name.slot[i], kNameSlotSize);
-}
-
-void clear_name(const NameOut& slots) {
-  for (char* slot : slots) slot[0] = '\0';
-}
-
 struct PolicyOut {
   u8* oid;
   u32* oidLength;
@@ -251,8 +186,8 @@ u32 unpack_key_usage(const CERT_EXTN_INFO& info, const ExtensionsOut& out) {
 
 u32 unpack_pkup(const CERT_EXTN_INFO& info, const ExtensionsOut& out) {
   const auto& period = info.privateKeyUsagePeriod;
-  if (period.notBeforePresent) copy_text(out.pkupNotBefore, period.notBefore, kTimeTextSize);
-  if (period.notAfterPresent) copy_text(out.pkupNotAfter, period.notAfter, kTimeTextSize);
+  if (period.notBeforePresent) take_text(out.pkupNotBefore, period.notBefore, kTimeTextSize);
+  if (period.notAfterPresent) take_text(out.pkupNotAfter, period.notAfter, kTimeTextSize);
   return period.critical;
 }
 
@@ -264,7 +199,7 @@ u32 unpack_policies(const CERT_EXTN_INFO& info, const ExtensionsOut& out) {
     const PolicyOut& p = out.policies[i];
     take_octets(p.oid, p.oidLength, policies.policyIdentifier[i],
                 policies.policyIdentifierLength[i], kPolicyOidSize);
-    copy_text(p.qualifier, policies.qualifier[i], kPolicyQualifierSize);
+    take_text(p.qualifier, policies.qualifier[i], kPolicyQualifierSize);
   }
   *out.policyCount = count;
   return policies.critical;
@@ -408,8 +343,8 @@ void unpack_core(const USER_X509_TBS_CERT& user, const USER_X509_ALG_ID& outer,
   take_octets(out.params, out.paramsLen, outer.parameters, outer.parametersLength,
               kAlgorithmParametersSize);
   unpack_name(user.issuer, out.issuer);
-  copy_text(out.notBefore, user.validity.notBefore, kTimeTextSize);
-  copy_text(out.notAfter, user.validity.notAfter, kTimeTextSize);
+  take_text(out.notBefore, user.validity.notBefore, kTimeTextSize);
+  take_text(out.notAfter, user.validity.notAfter, kTimeTextSize);
   unpack_name(user.subject, out.subject);
   const auto& key = user.subjectPublicKeyInfo;
   take_octets(out.pubKey, out.pubKeyLen, key.subjectPublicKey, key.subjectPublicKeyLength,

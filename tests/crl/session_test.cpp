@@ -278,6 +278,8 @@ TEST(CrlEncodeFailure, OverLongInputsAreRefused) {
     r.grow(c, r.fits + 1);
     EXPECT_TRUE(encode(c, signing_key().path, &failed_at).empty()) << r.name;
     EXPECT_EQ(failed_at, r.step) << r.name;
+    const Entries refusal = read_errors();
+    EXPECT_TRUE(refusal.size() == 1 && refusal[0].func_no == 322) << r.name;
     r.grow(c, r.fits);
     encode(c, signing_key().path, &failed_at);  // may still fail later, on the contents
     EXPECT_NE(failed_at, r.step) << r.name;

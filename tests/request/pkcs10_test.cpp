@@ -90,12 +90,14 @@ TEST(Pkcs10Encode, OpenSslAndCerttoolReadOurRequests) {
 }
 
 // A version other than 0 and a key that cannot sign fail with their entries; what would
-// not fit its field is refused without touching the list.
+// not fit its field is refused with an entry that says so.
 TEST(Pkcs10Encode, Refusals) {
   const KeyFile& k = key_file();
   Name long_cn = kShort;
   long_cn[4] = std::string(256, 'x');
-  const Entries sign = {{613, 3, "Crypt_Gen_Signature"}}, kept = {kMarker};
+  const Entries sign = {{613, 3, "Crypt_Gen_Signature"}};
+  const Entries text = {{322, 1, "text too long for its field"}};
+  const Entries octets = {{322, 2, "octets too long for their field"}};
   const auto check = [](const Bytes& req, const Entries& tail, const char* what) {
     EXPECT_TRUE(req.empty()) << what;
     expect_tail(tail, what);
@@ -109,10 +111,9 @@ TEST(Pkcs10Encode, Refusals) {
         "version 1");
   check(encode(kShort, k.pub, "keypair.db1"), sign, "slot key");
   check(encode(kShort, k.pub, k.path + ".none"), sign, "no key file");
-  put_marker();
-  check(encode(long_cn, k.pub, k.path), kept, "256-character CN");
-  check(encode(kShort, Bytes(1025, 1), k.path), kept, "1,025-octet key");
-  check(encode(kShort, k.pub, std::string(128, 'k')), kept, "128-character key name");
+  check(encode(long_cn, k.pub, k.path), text, "256-character CN");
+  check(encode(kShort, Bytes(1025, 1), k.path), octets, "1,025-octet key");
+  check(encode(kShort, k.pub, std::string(128, 'k')), text, "128-character key name");
 }
 
 // OpenSSL's requests, PrintableString names (emailAddress IA5String), MD5 or SHA-1.

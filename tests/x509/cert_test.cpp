@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <cstring>
+#include <set>
 
 #include "cert_calls.h"
 #include "support/error_list.h"
@@ -342,11 +343,17 @@ TEST(CertEncode, RefusesArgumentsLongerThanTheirFields) {
       {"public key", [](CertInput* in) { in->pubKey = Bytes(1025, 7); }},
       {"key name", [](CertInput* in) { in->keyName = std::string(128, 'k'); }},
   };
+  const std::set<std::string> octets = {"serial",     "params",          "aki serial",
+                                        "policy oid", "hashed root key", "public key"};
   for (const auto& c : cases) {
     CertInput in = leaf_input();
     c.change(&in);
     Bytes der;
     EXPECT_EQ(encode_cert(in, &der), 1u) << c.what;
+    const Entries refusal = octets.count(c.what) != 0
+                                ? Entries{{322, 2, "octets too long for their field"}}
+                                : Entries{{322, 1, "text too long for its field"}};
+    EXPECT_EQ(read_errors(), refusal) << c.what;
   }
   CertInput at_limits = leaf_input();
   at_limits.serial = Bytes(128, 0x41);
