@@ -52,6 +52,7 @@ extern "C" {
 #define HYLORN_SUBJECT_KEY_ID_SIZE 64      /* subject key identifier octets */
 #define HYLORN_PUBKEY_SIZE 1024            /* public key octets in a certificate or request */
 #define HYLORN_CERT_ITEM_SIZE 1024         /* Crypt_Get_Char_Info_FromCert output, NUL included */
+#define HYLORN_PKCS10_DER_SIZE 6144        /* Crypt_Encode_Pkcs10 output (the largest is 5,554) */
 #define HYLORN_CHALLENGE_SIZE 1024         /* Netscape challenge, NUL included */
 #define HYLORN_BMP_TABLE_ENTRIES 65536     /* two bytes per entry */
 
@@ -364,7 +365,8 @@ HYLORN_API unsigned int Crypt_Decode_Crl_Final(void *handle, unsigned int *extFl
 
 /* ---- Requests ------------------------------------------------------------------------ */
 
-/* Makes a signed PKCS #10 request (MD5 with RSA). 0 or 1. */
+/* Makes a signed PKCS #10 request (MD5 with RSA); out needs HYLORN_PKCS10_DER_SIZE.
+ * 0 or 1. */
 HYLORN_API unsigned int Crypt_Encode_Pkcs10(unsigned char version, HYLORN_NAME_IN(subject),
                                             const unsigned char *pubKey, unsigned int pubKeyLen,
                                             const char *keyName, const char *secondText,

@@ -1,18 +1,24 @@
-// CRLs in the caller's terms, written and read through the six exported functions; the
-// same CRL built by OpenSSL's X509_CRL API; the key both sign with.
+// CRLs in the caller's terms, written and read through the six exported functions, and
+// the same CRL built by OpenSSL's X509_CRL API.
 #pragma once
 
-#include <openssl/x509.h>
+#include <gtest/gtest.h>
+#include <openssl/x509v3.h>
 
 #include <array>
-#include <cstdint>
+#include <memory>
 #include <optional>
-#include <ostream>
 #include <string>
 #include <vector>
 
-#include "support/hex.h"
+#include "hylorn.h"
+#include "support/error_list.h"
+#include "support/openssl_bytes.h"
 #include "support/openssl_rsa.h"
+#include "support/temp_dir.h"
+
+// Tables name only the fields that differ from the defaults.
+#pragma GCC diagnostic ignored "-Wmissing-field-initializers"
 
 namespace crl_test {
 
@@ -31,18 +37,9 @@ struct Entry {
   std::string invalidity;
   bool operator==(const Entry&) const = default;
 };
-std::ostream& operator<<(std::ostream& os, const Entry& e);
-
-// The entry as decoding returns it: InvalidityDate is critical exactly when the reason is.
-inline Entry as_decoded(Entry e) {
-  e.crit &= ~kInvalidity;
-  if ((e.ext & kInvalidity) && (e.crit & kReason)) e.crit |= kInvalidity;
-  return e;
-}
 
 struct Crl {
-  u32 version = 1;
-  u32 alg = kMd5;
+  u32 version = 1, alg = kMd5;
   Bytes params = {0x05, 0x00};
   Name issuer = {"CN", "Hylorn Test CA", "", "", "CRL Issuer"};
   std::string thisUpdate = "20250301120000", nextUpdate = "20250401120000";
@@ -50,35 +47,192 @@ struct Crl {
   u32 ext = 0, crit = 0;
   Name akiIssuer;
   Bytes akiSerial, number;
+  std::string key;  // the key file Final signs with; empty for signing_key()
   bool operator==(const Crl&) const = default;
 };
 
-// A key file made by Crypt_GenRSAKeyPair, in a directory that lives as long as the test.
+// What decoding gives back for c: only the two CRL extensions, and an InvalidityDate
+// critical exactly when the entry's reason is.
+inline Crl as_decoded(Crl c) {
+  c.ext &= kAki | kNumber;
+  c.crit &= c.ext;
+  if (!(c.ext & kAki)) c.akiIssuer = {}, c.akiSerial = {};
+  if (!(c.ext & kNumber)) c.number = {};
+  for (Entry& e : c.entries) {
+    e.crit = (e.crit & kReason) && (e.ext & kInvalidity) ? kReason | kInvalidity : e.crit & kReason;
+  }
+  c.key = "";
+  return c;
+}
+
+// A key file made by Crypt_GenRSAKeyPair, and its PKCS #1 private key DER.
 struct SigningKey {
-  std::string path;
-  Bytes pub, pri;  // PKCS #1 DER
+  TempDir dir;
+  std::string path = dir.path("ca.key");
+  Bytes pri = Bytes(HYLORN_PRIKEY_DER_SIZE);
+  SigningKey() {
+    u8 pub[HYLORN_PUBKEY_DER_SIZE];
+    u32 pubLen = 0, priLen = 0;
+    EXPECT_EQ(Crypt_GenRSAKeyPair(path.c_str(), 0, pub, &pubLen, pri.data(), &priLen), 0u);
+    pri.resize(priLen);
+  }
 };
-const SigningKey& signing_key();
+inline const SigningKey& signing_key() {
+  static const SigningKey key;
+  return key;
+}
+
+#define SLOTS(n)                                                                            \
+  n[0].c_str(), n[1].c_str(), n[2].c_str(), n[3].c_str(), n[4].c_str(), n[5].c_str(),       \
+      n[6].c_str(), n[7].c_str(), n[8].c_str(), n[9].c_str(), n[10].c_str(), n[11].c_str(), \
+      n[12].c_str(), n[13].c_str(), n[14].c_str(), n[15].c_str()
+#define OUT_SLOTS(b)                                                                             \
+  b[0], b[1], b[2], b[3], b[4], b[5], b[6], b[7], b[8], b[9], b[10], b[11], b[12], b[13], b[14], \
+      b[15]
 
 // Init, one Update per entry, Final. Empty on failure, and *failed_at says which call
-// failed: 1 Init, 2 an Update, 3 Final.
-Bytes encode(const Crl& crl, const std::string& key = signing_key().path, int* failed_at = nullptr);
-// Init, Update until it answers 1 (or at most max_entries times), Final. Nothing when
-// Init fails.
-std::optional<Crl> decode(const Bytes& der, std::size_t max_entries = SIZE_MAX);
+// failed: 1 Init, 2 an Update, 3 Final (0 when none did).
+inline Bytes encode(const Crl& c, int* failed_at = nullptr) {
+  int ignored = 0;
+  int& step = failed_at != nullptr ? *failed_at : ignored;
+  Bytes out(8192 + 256 * c.entries.size());
+  u32 outLen = 0;
+  step = 1;
+  if (Crypt_Encode_Crl_Init(u8(c.version), static_cast<unsigned short>(c.alg), c.params.data(),
+                            u32(c.params.size()), SLOTS(c.issuer), c.thisUpdate.c_str(),
+                            c.nextUpdate.c_str()) != 0) {
+    return {};
+  }
+  step = 2;
+  for (const Entry& e : c.entries) {
+    if (Crypt_Encode_Crl_Update(e.serial.data(), u32(e.serial.size()), e.revoked.c_str(), e.ext,
+                                e.crit, e.reason, e.invalidity.c_str()) != 0) {
+      return {};
+    }
+  }
+  step = 3;
+  if (Crypt_Encode_Crl_Final(c.ext, c.crit, SLOTS(c.akiIssuer), c.akiSerial.data(),
+                             int(c.akiSerial.size()), c.number.data(), u32(c.number.size()),
+                             (c.key.empty() ? signing_key().path : c.key).c_str(), "", out.data(),
+                             &outLen) != 0) {
+    return {};
+  }
+  step = 0;
+  out.resize(outLen);
+  return out;
+}
 
-// tag, definite length, contents; and concatenation.
-Bytes tlv(u8 tag, const Bytes& contents);
-Bytes cat(std::initializer_list<Bytes> parts);
-// The TBSCertList of a CRL, and a CRL around a TBSCertList with a dummy signature.
-Bytes tbs_of(const Bytes& crl);
-Bytes wrap_tbs(const Bytes& tbs);
+// Init, Update until it answers 1 (or max_entries times), Final; nothing when Init
+// fails. The flag words start as garbage, so that a flag left unset shows.
+inline std::optional<Crl> decode(const Bytes& der, std::size_t max_entries = SIZE_MAX) {
+  Crl c{.ext = ~0u, .crit = ~0u};
+  void* handle = nullptr;
+  char name[16][HYLORN_NAME_SIZE] = {}, aki[16][HYLORN_NAME_SIZE] = {};
+  char thisUpdate[HYLORN_TIME_SIZE], nextUpdate[HYLORN_TIME_SIZE];
+  u8 params[HYLORN_PARAMS_SIZE], serial[HYLORN_SERIAL_SIZE], number[128];
+  u32 paramsLen = 0, serialLen = 0, numberLen = 0;
+  if (Crypt_Decode_Crl_Init(&handle, der.data(), u32(der.size()), &c.version, &c.alg, params,
+                            &paramsLen, OUT_SLOTS(name), thisUpdate, nextUpdate) != 0) {
+    return std::nullopt;
+  }
+  c.params.assign(params, params + paramsLen);
+  std::copy(std::begin(name), std::end(name), c.issuer.begin());
+  c.thisUpdate = thisUpdate;
+  c.nextUpdate = nextUpdate;
+  for (Entry e{.ext = ~0u, .crit = ~0u}; c.entries.size() < max_entries;
+       e = {.ext = ~0u, .crit = ~0u}) {
+    char revoked[HYLORN_TIME_SIZE] = {}, invalidity[HYLORN_TIME_SIZE] = {};
+    if (Crypt_Decode_Crl_Update(handle, serial, &serialLen, revoked, &e.ext, &e.crit, &e.reason,
+                                invalidity) != 0) {
+      break;
+    }
+    e.serial.assign(serial, serial + serialLen);
+    e.revoked = revoked;
+    e.invalidity = invalidity;
+    c.entries.push_back(e);
+  }
+  serialLen = 0;
+  Crypt_Decode_Crl_Final(handle, &c.ext, &c.crit, OUT_SLOTS(aki), serial, &serialLen, number,
+                         &numberLen);
+  std::copy(std::begin(aki), std::end(aki), c.akiIssuer.begin());
+  c.akiSerial.assign(serial, serial + serialLen);
+  c.number.assign(number, number + numberLen);
+  return c;
+}
 
-// The CRL OpenSSL writes for crl with the signing key (entries must be in serial order,
-// which OpenSSL sorts them into); and a self-signed certificate for the key, in PEM.
-Bytes openssl_crl(const Crl& crl, const EVP_MD* md);
-std::string issuing_certificate_pem(const Name& subject);
-// A command's output (with its errors) and whether it exited with 0.
-std::pair<std::string, bool> run(const std::string& command);
+// ---- OpenSSL ---------------------------------------------------------------------------
+
+// One RDN per attribute, as PrintableString, in slot order C, O, OU, ST, CN.
+inline X509_NAME* printable_name(const Name& n) {
+  X509_NAME* name = X509_NAME_new();
+  const char* fields[] = {"C", "O", "OU", "ST", "CN"};
+  for (int i = 0; i < 5; ++i) {
+    if (n[i].empty()) continue;
+    X509_NAME_add_entry_by_txt(name, fields[i], V_ASN1_PRINTABLESTRING,
+                               reinterpret_cast<const u8*>(n[i].c_str()), -1, -1, 0);
+  }
+  return name;
+}
+
+// UTCTime through 2049, GeneralizedTime from 2050 on (RFC 5280, 4.1.2.5).
+inline ASN1_TIME* time_of(const std::string& t) {
+  ASN1_TIME* out = ASN1_TIME_new();
+  ASN1_TIME_set_string(out, ((t >= "2050" ? t : t.substr(2)) + "Z").c_str());
+  return out;
+}
+
+// OpenSSL's setters copy their argument, so it is freed after the call.
+template <class T>
+std::unique_ptr<T, void (*)(T*)> owned(T* object, void (*free)(T*)) {
+  return {object, free};
+}
+
+inline ASN1_INTEGER* integer_of(const Bytes& m) {
+  return BN_to_ASN1_INTEGER(owned(BN_bin2bn(m.data(), int(m.size()), nullptr), BN_free).get(),
+                            nullptr);
+}
+
+// The CRL OpenSSL writes and signs for c (entries in serial order, as it sorts them).
+inline Bytes openssl_crl(const Crl& c, const EVP_MD* md) {
+  auto crl = owned(X509_CRL_new(), X509_CRL_free);
+  X509_CRL_set_version(crl.get(), c.version);
+  X509_CRL_set_issuer_name(crl.get(), owned(printable_name(c.issuer), X509_NAME_free).get());
+  X509_CRL_set1_lastUpdate(crl.get(), owned(time_of(c.thisUpdate), ASN1_TIME_free).get());
+  if (!c.nextUpdate.empty()) {
+    X509_CRL_set1_nextUpdate(crl.get(), owned(time_of(c.nextUpdate), ASN1_TIME_free).get());
+  }
+  for (const Entry& e : c.entries) {
+    X509_REVOKED* r = X509_REVOKED_new();
+    X509_REVOKED_set_serialNumber(r, owned(integer_of(e.serial), ASN1_INTEGER_free).get());
+    X509_REVOKED_set_revocationDate(r, owned(time_of(e.revoked), ASN1_TIME_free).get());
+    if (e.ext & kReason) {
+      auto code = owned(ASN1_ENUMERATED_new(), ASN1_ENUMERATED_free);
+      ASN1_ENUMERATED_set_int64(code.get(), int64_t(e.reason));
+      X509_REVOKED_add1_ext_i2d(r, NID_crl_reason, code.get(), (e.crit & kReason) != 0, 0);
+    }
+    if (e.ext & kInvalidity) {
+      auto when = owned(ASN1_GENERALIZEDTIME_new(), ASN1_GENERALIZEDTIME_free);
+      ASN1_GENERALIZEDTIME_set_string(when.get(), (e.invalidity + "Z").c_str());
+      X509_REVOKED_add1_ext_i2d(r, NID_invalidity_date, when.get(), (e.crit & kInvalidity) != 0, 0);
+    }
+    X509_CRL_add0_revoked(crl.get(), r);
+  }
+  if (c.ext & kAki) {
+    auto aki = owned(AUTHORITY_KEYID_new(), AUTHORITY_KEYID_free);
+    aki->issuer = GENERAL_NAMES_new();
+    GENERAL_NAME* gn = GENERAL_NAME_new();
+    GENERAL_NAME_set0_value(gn, GEN_DIRNAME, printable_name(c.akiIssuer));
+    sk_GENERAL_NAME_push(aki->issuer, gn);
+    aki->serial = integer_of(c.akiSerial);
+    X509_CRL_add1_ext_i2d(crl.get(), NID_authority_key_identifier, aki.get(), c.crit & kAki, 0);
+  }
+  if (c.ext & kNumber) {
+    X509_CRL_add1_ext_i2d(crl.get(), NID_crl_number,
+                          owned(integer_of(c.number), ASN1_INTEGER_free).get(),
+                          (c.crit & kNumber) != 0, 0);
+  }
+  const EvpKey key = load_private_der(signing_key().pri);
+  return X509_CRL_sign(crl.get(), key.get(), md) > 0 ? i2d_bytes(i2d_X509_CRL, crl.get()) : Bytes{};
+}
 
 }  // namespace crl_test
