@@ -60,7 +60,7 @@ void run_req(const ReqOptions& o) {
   if (Crypt_GetRSAPublicKey(o.key.c_str(), 0, pub, &pub_len) != 0)
     fail_lib(o.key, "cannot read the key file (Crypt_GetRSAPublicKey)");
   NameArgs s(subject);
-  Bytes out(HYLORN_CERT_DER_SIZE);
+  Bytes out(HYLORN_PKCS10_DER_SIZE);
   unsigned len = 0;
   if (Crypt_Encode_Pkcs10(0, HYLORN_TOOL_NAME16(s), pub, pub_len, o.key.c_str(), "", out.data(),
                           &len) != 0)
