@@ -3,7 +3,8 @@
 # Usage: scripts/install-deps.sh [test|bench|fuzz]
 set -euo pipefail
 
-packages=(cmake ninja-build g++ clang libgtest-dev libssl-dev openssl pkg-config libgcrypt20-dev gnutls-bin)
+packages=(cmake ninja-build g++ clang libgtest-dev libssl-dev openssl pkg-config libgcrypt20-dev gnutls-bin
+          libcli11-dev libsqlite3-dev)
 case "${1:-test}" in
   bench) packages+=(libbenchmark-dev nettle-dev libgcrypt20-dev) ;;
   fuzz | sanitize) packages+=(libclang-rt-14-dev) ;;
