@@ -6,6 +6,7 @@
 
 #include <array>
 #include <cstdio>
+#include <sstream>
 
 #include "hylorn.h"
 #include "support/error_list.h"
@@ -22,29 +23,24 @@ using Name = std::array<std::string, 16>;  // slot order: C, O, OU, ST, CN, L, t
 const Name kFull = {"DE",    "Org",   "Unit",     "Bavaria", "Full Name",      "Munich",
                     "Dr",    "Doe",   "John",     "JD",      "jd@example.org", "Street 1",
                     "80331", "Box 7", "+49 89 1", "Telex 9"};
-Name short_name(const std::string& cn = "Request One") {
-  return {"DE", "Hylorn", "", "", cn};
-}
+const auto named = [](const std::string& cn) { return Name{"DE", "Hylorn", "", "", cn}; };
+const Name kShort = named("Request One");
 
 // DER written by OpenSSL's ASN1_put_object: the tag octet's class, form and number.
-Bytes tlv(u8 tag, const Bytes& c) {
-  return openssl_tlv(tag & 0x20, tag & 0x1F, tag & 0xC0, c);
-}
+const auto tlv = [](u8 tag, const Bytes& c) {
+  return openssl_tlv(tag & 0x20, tag & 31, tag & 0xC0, c);
+};
 Bytes cat(std::initializer_list<Bytes> parts) {
   Bytes out;
   for (const Bytes& p : parts) out.insert(out.end(), p.begin(), p.end());
   return out;
 }
 // AlgorithmIdentifier { 1.2.840.113549.1.1.n, NULL }: 1 rsaEncryption, 3 md4WithRSA, 4 md5WithRSA.
-Bytes alg(u8 n) {
+const auto alg = [](u8 n) {
   return tlv(0x30, cat({from_hex("06 09 2A 86 48 86 F7 0D 01 01"), {n, 5, 0}}));
-}
-Bytes bits(const Bytes& b) {
-  return tlv(0x03, cat({{0}, b}));
-}
-Bytes spki(const Bytes& key) {
-  return tlv(0x30, cat({alg(1), bits(key)}));
-}
+};
+const auto bits = [](const Bytes& b) { return tlv(0x03, cat({{0}, b})); };
+const auto spki = [](const Bytes& key) { return tlv(0x30, cat({alg(1), bits(key)})); };
 Bytes signed_md5(const Bytes& tbs, const Bytes& sig = Bytes(128, 0x33), u8 n = 4) {
   return tlv(0x30, cat({tbs, alg(n), bits(sig)}));
 }
@@ -79,10 +75,10 @@ struct KeyFile {
     write_file(dir.path("key.der"), pri);
   }
 };
-const KeyFile& keys() {
+const auto keys = []() -> const KeyFile& {
   static const KeyFile k;
   return k;
-}
+};
 
 // The request, or empty when encoding fails (the length output must then be untouched).
 Bytes encode(const Name& s, const Bytes& key, const std::string& keyName, u8 version = 0) {
@@ -106,25 +102,17 @@ struct Decoded {
   Bytes key;
   std::string challenge;
 };
-// der reaches the library in a block of exactly its size.
-Decoded pkcs10(const Bytes& der) {
-  char s[16][HYLORN_NAME_SIZE];
+// der reaches the library in a block of exactly its size; spkac picks the Netscape reader.
+Decoded decode(bool spkac, const Bytes& der) {
+  char s[16][HYLORN_NAME_SIZE], challenge[HYLORN_CHALLENGE_SIZE] = "";
   u8 key[HYLORN_PUBKEY_SIZE];
-  unsigned len = 0;
+  unsigned len = 0, n = unsigned(der.size());
   Decoded d;
-  d.rc = Crypt_Decode_Pkcs10(der.data(), unsigned(der.size()), &d.version, s[0], s[1], s[2], s[3],
-                             s[4], s[5], s[6], s[7], s[8], s[9], s[10], s[11], s[12], s[13], s[14],
-                             s[15], key, &len);
-  for (int i = 0; d.rc == 0 && i < 16; ++i) d.subject[i] = s[i];
-  if (d.rc == 0) d.key.assign(key, key + len);
-  return d;
-}
-Decoded netscape(const Bytes& der) {
-  u8 key[HYLORN_PUBKEY_SIZE];
-  char challenge[HYLORN_CHALLENGE_SIZE];
-  unsigned len = 0;
-  Decoded d;
-  d.rc = Crypt_Decode_NetscapeCertReq(der.data(), unsigned(der.size()), key, &len, challenge);
+  d.rc = spkac ? Crypt_Decode_NetscapeCertReq(der.data(), n, key, &len, challenge)
+               : Crypt_Decode_Pkcs10(der.data(), n, &d.version, s[0], s[1], s[2], s[3], s[4], s[5],
+                                     s[6], s[7], s[8], s[9], s[10], s[11], s[12], s[13], s[14],
+                                     s[15], key, &len);
+  for (int i = 0; d.rc == 0 && !spkac && i < 16; ++i) d.subject[i] = s[i];
   if (d.rc == 0) d.key.assign(key, key + len), d.challenge = challenge;
   return d;
 }
@@ -153,8 +141,7 @@ TEST(Pkcs10Encode, AssembledByHandAndReadByOpenSslAndCerttool) {
     std::string openssl;
     const char* certtool;
   } cases[] = {
-      {short_name(), name_der(), "C = DE, O = Hylorn, CN = Request One",
-       " CN=Request One,O=Hylorn,C=DE"},
+      {kShort, name_der(), "C = DE, O = Hylorn, CN = Request One", " CN=Request One,O=Hylorn,C=DE"},
       {Name{}, from_hex("30 00"), "", ""},
       {kFull,
        {},
@@ -173,7 +160,7 @@ TEST(Pkcs10Encode, AssembledByHandAndReadByOpenSslAndCerttool) {
     if (!c.name.empty()) {
       EXPECT_EQ(to_hex(req), to_hex(signed_md5(info(k.pub, c.name), sig)));
     }
-    EXPECT_EQ(pkcs10(req).subject, c.subject);
+    EXPECT_EQ(decode(false, req).subject, c.subject);
     write_file(file, req);
     const auto [ok, out] = run("openssl req -inform DER -verify -text -noout -in " + file);
     const auto [gnu_ok, gnu] = run("certtool --crq-info --inder --infile " + file);
@@ -195,7 +182,11 @@ TEST(Pkcs10Encode, AssembledByHandAndReadByOpenSslAndCerttool) {
 TEST(Pkcs10Encode, Refusals) {
   const KeyFile& k = keys();
   const Entries sign = {{613, 3, "Crypt_Gen_Signature"}},
-                text = {{322, 1, "text too long for its field"}};
+                text = {{322, 1, "text too long for its field"}},
+                version = {{605, 1, "version error"},
+                           {609, 2, "u2l_pkcs10_version"},
+                           {611, 2, "u2l_USER_PKCS10_CERT_REQ_INFO"},
+                           {613, 1, "c2d_USER_PKCS10_CERT_REQ_INFO"}};
   const struct {
     Name subject;
     Bytes key;
@@ -203,19 +194,12 @@ TEST(Pkcs10Encode, Refusals) {
     u8 version;
     Entries tail;
   } cases[] = {
-      {short_name(),
-       k.pub,
-       k.path,
-       1,
-       {{605, 1, "version error"},
-        {609, 2, "u2l_pkcs10_version"},
-        {611, 2, "u2l_USER_PKCS10_CERT_REQ_INFO"},
-        {613, 1, "c2d_USER_PKCS10_CERT_REQ_INFO"}}},
-      {short_name(), k.pub, "keypair.db1", 0, sign},  // a slot key
-      {short_name(), k.pub, k.path + ".none", 0, sign},
-      {short_name(std::string(256, 'x')), k.pub, k.path, 0, text},
-      {short_name(), Bytes(1025, 1), k.path, 0, {{322, 2, "octets too long for their field"}}},
-      {short_name(), k.pub, std::string(128, 'k'), 0, text},
+      {kShort, k.pub, k.path, 1, version},
+      {kShort, k.pub, "keypair.db1", 0, sign},  // a slot key
+      {kShort, k.pub, k.path + ".none", 0, sign},
+      {named(std::string(256, 'x')), k.pub, k.path, 0, text},
+      {kShort, Bytes(1025, 1), k.path, 0, {{322, 2, "octets too long for their field"}}},
+      {kShort, k.pub, std::string(128, 'k'), 0, text},
   };
   for (const auto& c : cases) {
     EXPECT_TRUE(encode(c.subject, c.key, c.keyName, c.version).empty()) << c.keyName;
@@ -225,25 +209,13 @@ TEST(Pkcs10Encode, Refusals) {
 
 // OpenSSL's request over kFull (PrintableString, emailAddress IA5String) signed with md.
 Bytes openssl_request(const EVP_MD* md) {
-  const char* fields[] = {"C",
-                          "O",
-                          "OU",
-                          "ST",
-                          "CN",
-                          "L",
-                          "title",
-                          "SN",
-                          "GN",
-                          "initials",
-                          "emailAddress",
-                          "postalAddress",
-                          "postalCode",
-                          "postOfficeBox",
-                          "telephoneNumber",
-                          "telexNumber"};
+  std::istringstream fields(
+      "C O OU ST CN L title SN GN initials emailAddress postalAddress "
+      "postalCode postOfficeBox telephoneNumber telexNumber");
   X509_REQ* x = X509_REQ_new();
-  for (int i = 0; i < 16; ++i) {
-    X509_NAME_add_entry_by_txt(X509_REQ_get_subject_name(x), fields[i],
+  std::string field;
+  for (int i = 0; fields >> field; ++i) {
+    X509_NAME_add_entry_by_txt(X509_REQ_get_subject_name(x), field.c_str(),
                                i == 10 ? V_ASN1_IA5STRING : V_ASN1_PRINTABLESTRING,
                                reinterpret_cast<const u8*>(kFull[i].c_str()), -1, -1, 0);
   }
@@ -263,26 +235,26 @@ TEST(RequestDecoders, Read) {
   const auto spkac_tool = run("openssl spkac -challenge 'Hylorn 42' -keyform DER -key " +
                               keys().dir.path("key.der") + " | sed 's/^SPKAC=//' | base64 -d");
   const struct {
-    Decoded (*decode)(const Bytes&);
+    bool spkac;
     Bytes der;
     Name subject;
     Bytes key;
     std::string challenge;
   } cases[] = {
-      {pkcs10, openssl_request(EVP_md5()), kFull, key, ""},
-      {pkcs10, openssl_request(EVP_sha1()), kFull, key, ""},
-      {pkcs10, signed_md5(info(key)), short_name(), key, ""},
-      {pkcs10, signed_md5(info(key, name_der(c255))), short_name(c255), key, ""},
-      {pkcs10, signed_md5(info(k1023)), short_name(), k1023, ""},
-      {netscape, bytes_of(spkac_tool.second), {}, key, "Hylorn 42"},
-      {netscape, spkac(key, abc), {}, key, "abc"},
-      {netscape, spkac(key, from_hex("16 00")), {}, key, ""},
-      {netscape, spkac(key, tlv(0x16, bytes_of(latin1))), {}, key, latin1},
-      {netscape, spkac(key, abc, from_hex("02 01 05")), {}, key, "abc"},
-      {netscape, spkac(key, tlv(0x16, Bytes(1023, 'c'))), {}, key, c1023},
+      {0, openssl_request(EVP_md5()), kFull, key, ""},
+      {0, openssl_request(EVP_sha1()), kFull, key, ""},
+      {0, signed_md5(info(key)), kShort, key, ""},
+      {0, signed_md5(info(key, name_der(c255))), named(c255), key, ""},
+      {0, signed_md5(info(k1023)), kShort, k1023, ""},
+      {1, bytes_of(spkac_tool.second), {}, key, "Hylorn 42"},
+      {1, spkac(key, abc), {}, key, "abc"},
+      {1, spkac(key, from_hex("16 00")), {}, key, ""},
+      {1, spkac(key, tlv(0x16, bytes_of(latin1))), {}, key, latin1},
+      {1, spkac(key, abc, from_hex("02 01 05")), {}, key, "abc"},
+      {1, spkac(key, tlv(0x16, Bytes(1023, 'c'))), {}, key, c1023},
   };
   for (const auto& c : cases) {
-    const Decoded d = c.decode(c.der);
+    const Decoded d = decode(c.spkac, c.der);
     SCOPED_TRACE(&c - cases);
     ASSERT_EQ(d.rc, 0u) << error_text();
     EXPECT_EQ(d.version, 0u);
@@ -341,7 +313,7 @@ TEST(RequestDecoders, Refuse) {
       {"d2c_USER_NETSCAPE_CERT_REQ_INFO", "Der_Decode_NETSCAPE_CERT_REQ_INFO",
        "l2u_USER_NETSCAPE_CERT_REQ_INFO"}};
   for (const auto& c : cases) {
-    EXPECT_EQ((c.spkac ? netscape : pkcs10)(c.der).rc, 1u) << to_hex(c.der);
+    EXPECT_EQ(decode(c.spkac, c.der).rc, 1u) << to_hex(c.der);
     Entries tail = c.head;
     if (c.step != 0) {
       tail.push_back({c.spkac ? 703 : 612, c.step, steps[c.spkac][c.step]});
@@ -354,21 +326,18 @@ TEST(RequestDecoders, Refuse) {
 // Every truncated prefix and every single-byte change of a valid request, each in a block
 // of exactly its size (the sanitizer build catches any read past it or write past a field).
 TEST(RequestDecoders, SurviveEveryPrefixAndSingleByteChange) {
-  const struct {
-    Bytes der;
-    Decoded (*decode)(const Bytes&);
-  } cases[] = {{encode(short_name("Prefix"), keys().pub, keys().path), pkcs10},
-               {spkac(keys().pub, tlv(0x16, bytes_of("challenge"))), netscape}};
-  for (const auto& c : cases) {
-    ASSERT_EQ(c.decode(c.der).rc, 0u);
-    for (std::size_t n = 0; n < c.der.size(); ++n) {
-      EXPECT_EQ(c.decode(Bytes(c.der.begin(), c.der.begin() + long(n))).rc, 1u) << n;
+  for (bool netscape : {false, true}) {
+    const Bytes der = netscape ? spkac(keys().pub, tlv(0x16, bytes_of("challenge")))
+                               : encode(named("Prefix"), keys().pub, keys().path);
+    ASSERT_EQ(decode(netscape, der).rc, 0u);
+    for (std::size_t n = 0; n < der.size(); ++n) {
+      EXPECT_EQ(decode(netscape, Bytes(der.begin(), der.begin() + long(n))).rc, 1u) << n;
     }
-    for (std::size_t i = 0; i < c.der.size(); ++i) {
+    for (std::size_t i = 0; i < der.size(); ++i) {
       for (u8 flip : {0x01, 0x40, 0x80, 0xFF}) {
-        Bytes changed = c.der;
+        Bytes changed = der;
         changed[i] ^= flip;
-        EXPECT_LE(c.decode(changed).key.size(), 1023u) << i;
+        EXPECT_LE(decode(netscape, changed).key.size(), 1023u) << i;
       }
     }
   }
