@@ -272,6 +272,12 @@ TEST(RequestDecoders, Refuse) {
       tlv(0x30, cat({tlv(0x17, bytes_of("250101000000Z")), tlv(0x17, bytes_of("300101000000Z"))}));
   const Bytes cert =
       tlv(0x30, cat({v1, {2, 1, 1}, alg(4), name_der(), validity, name_der(), spki(key)}));
+  const Bytes cert_start = tlv(0x30, cat({v1, spki(key)}));  // a key after a version
+  const Entries version1 = {{606, 1, "version error"}, {610, 2, "l2u_pkcs10_version"}},
+                two_octets = {{602, 2, "version error"}, {604, 3, "Der_Decode_PKCS10_Version"}},
+                not_integer = {{602, 1, "ASN1_Decode_Integer"},
+                               {604, 3, "Der_Decode_PKCS10_Version"}},
+                long_challenge = {{802, 1, "challenge too long"}, {702, 5, "l2u_challenge"}};
   const struct {
     bool spkac;
     Bytes der;
@@ -279,33 +285,18 @@ TEST(RequestDecoders, Refuse) {
     Entries head;
   } cases[] = {
       {0, signed_md5(info(Bytes(1024, 7))), 2, {{610, 4, "l2u_subjectPublickeyInfo"}}},
-      {0,
-       signed_md5(info(key, name_der(), {2, 1, 1})),
-       2,
-       {{606, 1, "version error"}, {610, 2, "l2u_pkcs10_version"}}},
-      {0,
-       signed_md5(info(key, name_der(), {2, 2, 1, 0})),
-       1,
-       {{602, 2, "version error"}, {604, 3, "Der_Decode_PKCS10_Version"}}},
+      {0, signed_md5(info(key, name_der(), {2, 1, 1})), 2, version1},
+      {0, signed_md5(info(key, name_der(), {2, 2, 1, 0})), 1, two_octets},
       {0, signed_md5(info(key, name_der(), {2, 1, 0}, {})), 1, {{604, 8, " "}}},
-      {0,
-       signed_md5(cert),
-       1,
-       {{602, 1, "ASN1_Decode_Integer"}, {604, 3, "Der_Decode_PKCS10_Version"}}},
+      {0, signed_md5(cert), 1, not_integer},
       {0, cat({signed_md5(info(key)), {0}}), 0, {{614, 2, "Der_Decode_COMMON_SIGNED_PACKET"}}},
       {0, signed_md5(info(key), Bytes(128, 0x33), 3), 0, {{614, 5, "l2u_signature"}}},
       {1, spkac(key, {}), 1, {{705, 21, "encode error"}}},
       {1, signed_md5(from_hex("30 00")), 1, {{705, 16, " "}}},
       {1, spkac(key, tlv(0x0C, bytes_of("abc"))), 1, {{705, 17, "ASN1_Decode_IA5String"}}},
-      {1,
-       spkac(key, tlv(0x16, Bytes(1024, 'c'))),
-       2,
-       {{802, 1, "challenge too long"}, {702, 5, "l2u_challenge"}}},
+      {1, spkac(key, tlv(0x16, Bytes(1024, 'c'))), 2, long_challenge},
       {1, spkac(Bytes(1024, 9), abc), 2, {{702, 4, "l2u_subjectPublickeyInfo"}}},
-      {1,
-       signed_md5(tlv(0x30, cat({v1, spki(key)}))),
-       1,
-       {{705, 17, "Der_Decode_X509_Public_Key"}}},
+      {1, signed_md5(cert_start), 1, {{705, 17, "Der_Decode_X509_Public_Key"}}},
   };
   const char* steps[2][3] = {
       {"d2c_USER_PKCS10_CERT_REQ", "Der_Decode_PKCS10_CERT_REQ_INFO",
