@@ -256,7 +256,7 @@ TEST(RequestDecoders, Read) {
 }
 
 // Requests that fail, and the entries they leave: the reader's own, then its step (1
-// reading, 2 converting, 0 none) and the whole call's.
+// reading, 2 converting, 0 none) and the whole call's; a Netscape list holds nothing more.
 TEST(RequestDecoders, Refuse) {
   const Bytes key = keys().pub, abc = tlv(0x16, bytes_of("abc")), v1 = from_hex("A0 03 02 01 02");
   const Bytes validity =
@@ -268,7 +268,13 @@ TEST(RequestDecoders, Refuse) {
                 two_octets = {{602, 2, "version error"}, {604, 3, "Der_Decode_PKCS10_Version"}},
                 not_integer = {{602, 1, "ASN1_Decode_Integer"},
                                {604, 3, "Der_Decode_PKCS10_Version"}},
-                long_challenge = {{802, 1, "challenge too long"}, {702, 5, "l2u_challenge"}};
+                long_challenge = {{802, 1, "challenge too long"}, {702, 5, "l2u_challenge"}},
+                utf8 = {{118, 2, "tag type"}, {705, 17, "ASN1_Decode_IA5String"}},
+                not_key = {{108, 2, "tag type error"},
+                           {212, 2, "ASN1_Decode_Sequence"},
+                           {705, 17, "Der_Decode_X509_Public_Key"}},
+                long_key = {{310, 1, "subject public key too long"},
+                            {702, 4, "l2u_subjectPublickeyInfo"}};
   const struct {
     bool spkac;
     Bytes der;
@@ -284,10 +290,10 @@ TEST(RequestDecoders, Refuse) {
       {0, signed_md5(info(key), Bytes(128, 0x33), 3), 0, {{614, 5, "l2u_signature"}}},
       {1, spkac(key, {}), 1, {{705, 21, "encode error"}}},
       {1, signed_md5(from_hex("30 00")), 1, {{705, 16, " "}}},
-      {1, spkac(key, tlv(0x0C, bytes_of("abc"))), 1, {{705, 17, "ASN1_Decode_IA5String"}}},
+      {1, spkac(key, tlv(0x0C, bytes_of("abc"))), 1, utf8},
       {1, spkac(key, tlv(0x16, Bytes(1024, 'c'))), 2, long_challenge},
-      {1, spkac(Bytes(1024, 9), abc), 2, {{702, 4, "l2u_subjectPublickeyInfo"}}},
-      {1, signed_md5(cert_start), 1, {{705, 17, "Der_Decode_X509_Public_Key"}}},
+      {1, spkac(Bytes(1024, 9), abc), 2, long_key},
+      {1, signed_md5(cert_start), 1, not_key},
   };
   const char* steps[2][3] = {
       {"d2c_USER_PKCS10_CERT_REQ", "Der_Decode_PKCS10_CERT_REQ_INFO",
@@ -302,6 +308,7 @@ TEST(RequestDecoders, Refuse) {
       tail.push_back({c.spkac ? 704 : 614, 4, steps[c.spkac][0]});
     }
     expect_tail(tail, to_hex(c.der));
+    EXPECT_TRUE(!c.spkac || read_errors().size() == tail.size()) << error_text();  // nothing before
   }
 }
 
