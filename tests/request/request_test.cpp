@@ -202,6 +202,12 @@ TEST(Pkcs10Encode, Refusals) {
     EXPECT_TRUE(encode(c.subject, c.key, c.keyName, c.version).empty()) << c.keyName;
     expect_tail(c.tail, c.keyName);
   }
+  // Every field at its bound still fits the room the header names.
+  Name longest;
+  longest.fill(std::string(255, 'x'));
+  const Bytes largest = encode(longest, Bytes(1024, 0x41), k.path);
+  EXPECT_FALSE(largest.empty());
+  EXPECT_LE(largest.size(), std::size_t{HYLORN_PKCS10_DER_SIZE});
 }
 
 // `openssl req` over kFull: PrintableString where it can, emailAddress IA5String.
