@@ -11,18 +11,14 @@
 
 namespace hylorn {
 
+constexpr u8 kLastCrlVersion = 1;  // v2
+
 u32 u2l_crl_version(u8 version, u8* out) {
-  ErrorScope err(924);
-  if (version > 1) return err.fail(1, "version error");
-  *out = version;
-  return 0;
+  return check_version(924, kLastCrlVersion, version, out);
 }
 
 u32 l2u_crl_version(u8 version, u8* out) {
-  ErrorScope err(925);
-  if (version > 1) return err.fail(1, "version error");
-  *out = version;
-  return 0;
+  return check_version(925, kLastCrlVersion, version, out);
 }
 
 u32 l2u_crl_time(const X509_TIME* time, char text[kTimeTextSize]) {

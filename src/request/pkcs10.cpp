@@ -13,6 +13,7 @@
 #include "x509/name.h"
 #include "x509/public_key.h"
 #include "x509/signed_packet.h"
+#include "x509/tbs_cert.h"
 
 namespace hylorn {
 namespace {
@@ -117,18 +118,14 @@ u32 Der_Decode_PKCS10_Version(u32 total, const u8* der, u8* version) {
   return 0;
 }
 
+constexpr u8 kOnlyRequestVersion = 0;  // PKCS #10 knows v1 only
+
 u32 u2l_pkcs10_version(u8 version, u8* out) {
-  ErrorScope err(605);
-  if (version != 0) return err.fail(1, "version error");
-  *out = version;
-  return 0;
+  return check_version(605, kOnlyRequestVersion, version, out);
 }
 
 u32 l2u_pkcs10_version(u8 version, u8* out) {
-  ErrorScope err(606);
-  if (version != 0) return err.fail(1, "version error");
-  *out = version;
-  return 0;
+  return check_version(606, kOnlyRequestVersion, version, out);
 }
 
 u32 u2l_attributes(u32, DATA_BUFFER* out) {

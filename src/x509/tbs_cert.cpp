@@ -48,13 +48,6 @@ u32 duplicate(const ErrorScope& err, const u8* src, u32 length, u8** copy) {
   return 0;
 }
 
-u32 check_version(int func_no, u8 version, u8* out) {
-  ErrorScope err(func_no);
-  if (version > kLastVersion) return err.fail(1, "version error");
-  *out = version;
-  return 0;
-}
-
 // UniqueIdentifier ::= BIT STRING, under an IMPLICIT tag: the BIT STRING's identifier
 // octet is rewritten in place, in the output and (by the decoders) in the input.
 constexpr u8 kBitStringTag = 0x03;
@@ -296,12 +289,19 @@ u32 Der_Decode_X509_Tbs_Cert(u32 total, const u8* der, X509_TBS_CERT* tbs) {
   return 0;
 }
 
+u32 check_version(int func_no, u8 last, u8 version, u8* out) {
+  ErrorScope err(func_no);
+  if (version > last) return err.fail(1, "version error");
+  *out = version;
+  return 0;
+}
+
 u32 u2l_version(u8 version, u8* out) {
-  return check_version(kFnUserToVersion, version, out);
+  return check_version(kFnUserToVersion, kLastVersion, version, out);
 }
 
 u32 l2u_version(u8 version, u8* out) {
-  return check_version(kFnVersionToUser, version, out);
+  return check_version(kFnVersionToUser, kLastVersion, version, out);
 }
 
 // The caller's octets are taken as they are; the limits apply on the way back.

@@ -22,16 +22,16 @@
 
 namespace hylorn {
 
-u32 Der_Encode_Version(u8 version, DATA_BUFFER* out);               // 201: A0 { INTEGER }
-u32 Der_Decode_Version(u32 total, const u8* der, u8* version);      // 202
-u32 Der_Encode_serialNumber(DATA_BUFFER serial, DATA_BUFFER* out);  // 203
+u32 Der_Encode_Version(u8 version, DATA_BUFFER* out);                        // 201: A0 { INTEGER }
+u32 Der_Decode_Version(u32 total, const u8* der, u8* version);               // 202
+u32 Der_Encode_serialNumber(DATA_BUFFER serial, DATA_BUFFER* out);           // 203
 u32 Der_Decode_serialNumber(u32 total, const u8* der, DATA_BUFFER* serial);  // 204
 
 // BIT STRINGs with their tag rewritten to 81 / 82. The decoders rewrite the first octet
 // of the caller's element to 03 in place before reading it.
-u32 Der_Encode_X509_issuerUniqueID(BIT_DATA_BUFFER id, DATA_BUFFER* out);   // 215
-u32 Der_Decode_X509_issuerUniqueID(u32 total, u8* der, BIT_DATA_BUFFER* id);  // 216
-u32 Der_Encode_X509_subjectUniqueID(BIT_DATA_BUFFER id, DATA_BUFFER* out);  // 217
+u32 Der_Encode_X509_issuerUniqueID(BIT_DATA_BUFFER id, DATA_BUFFER* out);      // 215
+u32 Der_Decode_X509_issuerUniqueID(u32 total, u8* der, BIT_DATA_BUFFER* id);   // 216
+u32 Der_Encode_X509_subjectUniqueID(BIT_DATA_BUFFER id, DATA_BUFFER* out);     // 217
 u32 Der_Decode_X509_subjectUniqueID(u32 total, u8* der, BIT_DATA_BUFFER* id);  // 218
 
 u32 Der_Encode_X509_Tbs_Cert(const X509_TBS_CERT* tbs, DATA_BUFFER* out);  // 219
@@ -40,6 +40,9 @@ u32 Scan_X509_Tbs_Cert(const ASN1_SEQUENCE* list, X509_TBS_CERT* tbs);
 // tbs has been through ini_X509_TBS_CERT; on failure it is left empty (221).
 u32 Der_Decode_X509_Tbs_Cert(u32 total, const u8* der, X509_TBS_CERT* tbs);
 
+// Copies a version of at most last, else (func_no, 1, "version error"). Certificates,
+// CRLs and requests each check theirs through it under their own function numbers.
+u32 check_version(int func_no, u8 last, u8 version, u8* out);
 u32 u2l_version(u8 version, u8* out);  // 319: 0, 1, 2 only
 u32 l2u_version(u8 version, u8* out);  // 320
 // Copies length octets as they are, 0 included (301).
