@@ -23,13 +23,10 @@ u32 Encode_CRL_Signed(const USER_crlTbsCertList_INFO* user, const SIGNING_KEY* k
   if (u2l_signature(&user->signature, &packet.signatureAlgorithm) != 0) {
     return err.fail(2, "u2l_signature");
   }
-  u8 sig[kSignatureSize];
-  u32 sigLen = 0;
-  if (Crypt_Gen_Signature(user->signature.algorithm, key->keyName, key->keySecondText,
-                          packet.tbs.data, packet.tbs.length, sig, &sigLen) != 0) {
-    return err.fail(3, "Crypt_Gen_Signature");
+  if (sign_COMMON_SIGNED_PACKET(err, 3, 4, user->signature.algorithm, key->keyName,
+                                key->keySecondText, &packet) != 0) {
+    return 1;
   }
-  if (copy_DATA_BUFFER(&packet.signature, sigLen, sig) != 0) return err.fail(4, "malloc");
   DATA_BUFFER der{};
   if (Der_Encode_COMMON_SIGNED_PACKET(&packet, &der) != 0) {
     return err.fail(5, "Der_Encode_COMMON_SIGNED_PACKET");

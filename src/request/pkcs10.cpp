@@ -246,13 +246,10 @@ u32 Encode_PKCS10_Signed_Req(const USER_PKCS10_CERT_REQ_INFO* user, const USER_X
     return err.fail(1, "c2d_USER_PKCS10_CERT_REQ_INFO");
   }
   if (u2l_signature(alg, &packet.signatureAlgorithm) != 0) return err.fail(2, "u2l_signature");
-  u8 sig[kSignatureSize];
-  u32 sigLen = 0;
-  if (Crypt_Gen_Signature(alg->algorithm, key->keyName, key->keySecondText, packet.tbs.data,
-                          packet.tbs.length, sig, &sigLen) != 0) {
-    return err.fail(3, "Crypt_Gen_Signature");
+  if (sign_COMMON_SIGNED_PACKET(err, 3, 3, alg->algorithm, key->keyName, key->keySecondText,
+                                &packet) != 0) {
+    return 1;
   }
-  if (copy_DATA_BUFFER(&packet.signature, sigLen, sig) != 0) return err.fail(3, "malloc");
   DATA_BUFFER request;
   ini_DATA_BUFFER(&request);
   if (Der_Encode_COMMON_SIGNED_PACKET(&packet, &request) != 0) {

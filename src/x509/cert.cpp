@@ -62,7 +62,6 @@ u32 d2c_USER_X509_TBS_CERT(const u8* der, u32 derLen, USER_X509_TBS_CERT* user) 
 u32 Encode_X509_Signed_Cert(const USER_X509_TBS_CERT* user, const USER_X509_ALG_ID* alg,
                             const SIGNING_KEY* key, u8* out, u32* outLen) {
   ErrorScope err(317);
-  // The TBS DER is made here, then the signature lands in the same buffer.
   u8 work[kTbsMaxSize];
   u32 workLen = 0;
   if (c2d_USER_X509_TBS_CERT(user, work, &workLen) != 0) {
@@ -73,11 +72,10 @@ u32 Encode_X509_Signed_Cert(const USER_X509_TBS_CERT* user, const USER_X509_ALG_
   auto free_packet = on_exit([&] { free_COMMON_SIGNED_PACKET(&packet); });
   if (copy_DATA_BUFFER(&packet.tbs, workLen, work) != 0) return err.fail(2, "malloc");
   if (u2l_signature(alg, &packet.signatureAlgorithm) != 0) return err.fail(2, "u2l_signature");
-  if (Crypt_Gen_Signature(alg->algorithm, key->keyName, key->keySecondText, packet.tbs.data,
-                          packet.tbs.length, work, &workLen) != 0) {
-    return err.fail(3, "Crypt_Gen_Signature");
+  if (sign_COMMON_SIGNED_PACKET(err, 3, 3, alg->algorithm, key->keyName, key->keySecondText,
+                                &packet) != 0) {
+    return 1;
   }
-  if (copy_DATA_BUFFER(&packet.signature, workLen, work) != 0) return err.fail(3, "malloc");
   DATA_BUFFER cert{};
   auto free_cert = on_exit([&] { free_DATA_BUFFER(&cert); });
   if (Der_Encode_COMMON_SIGNED_PACKET(&packet, &cert) != 0) {

@@ -3,6 +3,7 @@
 #include "asn1/der.h"
 #include "frame/error.h"
 #include "frame/guard.h"
+#include "hylorn.h"
 #include "x509/field_list.h"
 #include "x509/public_key.h"
 
@@ -75,6 +76,19 @@ u32 Der_Decode_COMMON_SIGNED_PACKET(u32 total, const u8* der, COMMON_SIGNED_PACK
   // The octets move over as they are; the unused-bits count is not kept.
   packet->signature = DATA_BUFFER{bits.length, bits.data};
   empty_packet.release();
+  return 0;
+}
+
+u32 sign_COMMON_SIGNED_PACKET(const ErrorScope& err, int sign_err, int memory_err, u16 alg,
+                              const char* keyName, const char* secondText,
+                              COMMON_SIGNED_PACKET* packet) {
+  u8 sig[HYLORN_RSA_BLOCK_SIZE];
+  u32 sigLen = 0;
+  if (Crypt_Gen_Signature(alg, keyName, secondText, packet->tbs.data, packet->tbs.length, sig,
+                          &sigLen) != 0) {
+    return err.fail(sign_err, "Crypt_Gen_Signature");
+  }
+  if (copy_DATA_BUFFER(&packet->signature, sigLen, sig) != 0) return err.fail(memory_err, "malloc");
   return 0;
 }
 
