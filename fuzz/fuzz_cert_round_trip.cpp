@@ -1,0 +1,82 @@
+// Whatever Crypt_Decode_Cert accepts must encode again. The certificate is split into its
+// caller record, outer algorithm and signature; the record goes back to TBS DER through
+// the library's encoder and is wrapped with the same algorithm and signature (no signing:
+// the signature is carried over as it stands). The new certificate must decode to the
+// same outputs of Crypt_Decode_Cert, every one of them, and encoding it once more must
+// give the same TBS octets: the encoder's output is a fixed point of decode then encode.
+#include <cstddef>
+#include <cstdint>
+#include <cstring>
+#include <memory>
+#include <vector>
+
+#include "frame/buffer.h"
+#include "fuzz_support.h"
+#include "hylorn.h"
+#include "x509/cert.h"
+#include "x509/cert_calls.h"
+#include "x509/signed_packet.h"
+
+namespace {
+
+using namespace hylorn;
+using fuzz_support::check;
+using fuzz_support::same;
+using Bytes = std::vector<unsigned char>;
+
+struct Split {
+  USER_X509_TBS_CERT tbs;
+  USER_X509_ALG_ID alg;
+  u8 sig[kSignatureSize];
+  u32 sigLen;
+};
+
+// The caller record back to TBS DER, wrapped with the given algorithm and signature. As
+// Crypt_Encode_Cert does, the version is always written: decoding never sets the flag
+// that asks for it.
+Bytes re_encode(Split& split, Bytes* tbs) {
+  split.tbs.versionPresent = 1;
+  tbs->assign(kTbsMaxSize, 0);
+  u32 tbsLen = 0;
+  check(c2d_USER_X509_TBS_CERT(&split.tbs, tbs->data(), &tbsLen) == 0);
+  tbs->resize(tbsLen);
+  COMMON_SIGNED_PACKET packet;
+  ini_COMMON_SIGNED_PACKET(&packet);
+  check(copy_DATA_BUFFER(&packet.tbs, tbsLen, tbs->data()) == 0);
+  check(u2l_signature(&split.alg, &packet.signatureAlgorithm) == 0);
+  check(copy_DATA_BUFFER(&packet.signature, split.sigLen, split.sig) == 0);
+  DATA_BUFFER der{};
+  check(Der_Encode_COMMON_SIGNED_PACKET(&packet, &der) == 0);
+  Bytes cert(der.data, der.data + der.length);
+  free_DATA_BUFFER(&der);
+  free_COMMON_SIGNED_PACKET(&packet);
+  return cert;
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+  if (size > HYLORN_CERT_DER_SIZE) return 0;
+  const Bytes first(data, data + size);
+  auto before = std::make_unique<x509_test::CertOutput>();
+  if (x509_test::decode_cert(first, before.get()) != 0) return 0;
+
+  auto split = std::make_unique<Split>();
+  check(Decode_X509_Signed_Cert(first.data(), u32(size), &split->tbs, &split->alg, split->sig,
+                                &split->sigLen) == 0);
+  Bytes tbs;
+  const Bytes second = re_encode(*split, &tbs);
+
+  auto after = std::make_unique<x509_test::CertOutput>();
+  check(x509_test::decode_cert(second, after.get()) == 0);
+  check(std::memcmp(before.get(), after.get(), sizeof *before) == 0);
+
+  auto again = std::make_unique<Split>();
+  check(Decode_X509_Signed_Cert(second.data(), u32(second.size()), &again->tbs, &again->alg,
+                                again->sig, &again->sigLen) == 0);
+  Bytes tbsAgain;
+  const Bytes third = re_encode(*again, &tbsAgain);
+  check(same(tbs.data(), tbs.size(), tbsAgain.data(), tbsAgain.size()));
+  check(same(second.data(), second.size(), third.data(), third.size()));
+  return 0;
+}
