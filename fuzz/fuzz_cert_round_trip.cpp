@@ -79,6 +79,24 @@ bool forget_times_that_cannot_come_back(x509_test::CertOutput* before,
   return forgotten;
 }
 
+// Whether the record holds any extension the encoder can write back.
+bool knows_an_extension(const CERT_EXTN_INFO& e) {
+  const u32 flags[] = {e.authorityKeyIdentifierPresent,
+                       e.subjectKeyIdentifierPresent,
+                       e.privateKeyUsagePeriodPresent,
+                       e.certificatePoliciesPresent,
+                       e.basicConstraintsPresent,
+                       e.keyUsagePresent,
+                       e.extKeyUsagePresent,
+                       e.netscapeCertTypePresent,
+                       e.setCertTypePresent,
+                       e.setHashedRootKeyPresent,
+                       e.privateExtensionPresent};
+  for (u32 f : flags)
+    if (f != 0) return true;
+  return false;
+}
+
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
@@ -90,9 +108,10 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   auto split = std::make_unique<Split>();
   check(Decode_X509_Signed_Cert(first.data(), u32(size), &split->tbs, &split->alg, split->sig,
                                 &split->sigLen) == 0);
-  // As Crypt_Encode_Cert does, extensions are written only when one the library knows is
-  // present: a [3] of unknown extensions alone reads as present but holds nothing to write.
-  if (before->extFlags == 0) split->tbs.extensionsPresent = 0;
+  // A [3] of unknown extensions alone reads as present but holds nothing to write. The
+  // selection bits cannot tell: SubjectKeyIdentifier, ExtKeyUsage and the private
+  // extension have none, so the record's own presence flags decide.
+  if (!knows_an_extension(split->tbs.extensions)) split->tbs.extensionsPresent = 0;
   Bytes tbs;
   const Bytes second = re_encode(*split, &tbs);
 
