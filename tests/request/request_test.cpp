@@ -5,8 +5,6 @@
 
 #include <array>
 
-#include "hylorn.h"
-#include "support/temp_dir.h"
 #include "x509/common.h"
 
 namespace {
@@ -51,23 +49,6 @@ Bytes info(const Bytes& key, const Bytes& name = name_der(), const Bytes& versio
 // SignedPublicKeyAndChallenge around key, challenge and more.
 Bytes spkac(const Bytes& key, const Bytes& challenge, const Bytes& more = {}) {
   return signed_md5(seq({spki(key), challenge, more}));
-}
-
-// A pair from our generator, its key file and the private key for the outside tools.
-struct KeyFile {
-  TempDir dir;
-  std::string path = dir.path("request.key");
-  Bytes pub = Bytes(HYLORN_PUBKEY_DER_SIZE), pri = Bytes(HYLORN_PRIKEY_DER_SIZE);
-  KeyFile() {
-    unsigned pubLen = 0, priLen = 0;
-    EXPECT_EQ(Crypt_GenRSAKeyPair(path.c_str(), 0, pub.data(), &pubLen, pri.data(), &priLen), 0u);
-    pub.resize(pubLen), pri.resize(priLen);
-    write_file(dir.path("key.der"), pri);
-  }
-};
-const KeyFile& keys() {
-  static const KeyFile k;
-  return k;
 }
 
 // The request, or empty when encoding fails (the length output must then be untouched).
@@ -126,7 +107,7 @@ TEST(Pkcs10Encode, AssembledByHandAndReadByOpenSslAndCerttool) {
        "postOfficeBox = Box 7",
        ""},
   };
-  const KeyFile& k = keys();
+  const KeyFile& k = library_key();
   const std::string file = k.dir.path("r.der");
   for (const auto& c : cases) {
     const Bytes req = encode(c.subject, k.pub, k.path);
@@ -149,7 +130,7 @@ TEST(Pkcs10Encode, AssembledByHandAndReadByOpenSslAndCerttool) {
 // not fit its field is refused with an entry that says so; every field at its bound
 // still fits the room the header names.
 TEST(Pkcs10Encode, Refusals) {
-  const KeyFile& k = keys();
+  const KeyFile& k = library_key();
   const Entries sign = {{613, 3, "Crypt_Gen_Signature"}},
                 text = {{322, 1, "text too long for its field"}},
                 version = {{605, 1, "version error"},
@@ -177,11 +158,12 @@ TEST(Pkcs10Encode, Refusals) {
 
 // `openssl req` over kFull: PrintableString where it can, emailAddress IA5String.
 Bytes openssl_request(const std::string& md) {
-  const std::string cfg = keys().dir.path("req.cnf"), out = keys().dir.path("openssl.der");
+  const std::string cfg = library_key().dir.path("req.cnf"),
+                    out = library_key().dir.path("openssl.der");
   write_file(cfg, bytes_of("[req]\ndistinguished_name=dn\nstring_mask=nombstr\n[dn]\n"));
   const ToolRun r =
-      run("openssl req -new -config " + cfg + " -keyform DER -key " + keys().dir.path("key.der") +
-          " -outform DER -out " + out + " -" + md +
+      run("openssl req -new -config " + cfg + " -keyform DER -key " +
+          library_key().dir.path("key.der") + " -outform DER -out " + out + " -" + md +
           " -subj '/C=DE/O=Org/OU=Unit/ST=Bavaria/CN=Full Name/L=Munich/title=Dr/SN=Doe/GN=John/"
           "initials=JD/emailAddress=jd@example.org/postalAddress=Street 1/postalCode=80331/"
           "postOfficeBox=Box 7/telephoneNumber=\\+49 89 1/telexNumber=Telex 9'");
@@ -192,10 +174,11 @@ Bytes openssl_request(const std::string& md) {
 // Requests that decode: OpenSSL's, a wrong signature, the longest slot, key and challenge,
 // an empty challenge, bytes outside IA5 copied as they are, a third element ignored.
 TEST(RequestDecoders, Read) {
-  const Bytes key = keys().pub, abc = tlv(0x16, bytes_of("abc")), k1023(1023, 7);
+  const Bytes key = library_key().pub, abc = tlv(0x16, bytes_of("abc")), k1023(1023, 7);
   const std::string c255(255, 'c'), latin1 = "\xC3\xA9t\xE9\x7F";
-  const ToolRun spkac_tool = run("openssl spkac -challenge 'Hylorn 42' -keyform DER -key " +
-                                 keys().dir.path("key.der") + " | sed 's/^SPKAC=//' | base64 -d");
+  const ToolRun spkac_tool =
+      run("openssl spkac -challenge 'Hylorn 42' -keyform DER -key " +
+          library_key().dir.path("key.der") + " | sed 's/^SPKAC=//' | base64 -d");
   const std::tuple<bool, Bytes, Name, Bytes, std::string> cases[] = {
       {0, openssl_request("md5"), kFull, key, ""},
       {0, openssl_request("sha1"), kFull, key, ""},
@@ -220,7 +203,8 @@ TEST(RequestDecoders, Read) {
 // Requests that fail, and the entries they leave: the reader's own, then its step (1
 // reading, 2 converting, 0 none) and the whole call's; a Netscape list holds nothing more.
 TEST(RequestDecoders, Refuse) {
-  const Bytes key = keys().pub, abc = tlv(0x16, bytes_of("abc")), v1 = from_hex("A0 03 02 01 02");
+  const Bytes key = library_key().pub, abc = tlv(0x16, bytes_of("abc")),
+              v1 = from_hex("A0 03 02 01 02");
   const Bytes validity =
       seq({tlv(0x17, bytes_of("250101000000Z")), tlv(0x17, bytes_of("300101000000Z"))});
   const Bytes cert = seq({v1, {2, 1, 1}, alg(4), name_der(), validity, name_der(), spki(key)});
@@ -271,8 +255,8 @@ TEST(RequestDecoders, Refuse) {
 // Every truncated prefix and every single-byte change of a valid request of each kind.
 TEST(RequestDecoders, SurviveEveryPrefixAndSingleByteChange) {
   for (bool netscape : {false, true}) {
-    const Bytes der = netscape ? spkac(keys().pub, tlv(0x16, bytes_of("challenge")))
-                               : encode(named("Prefix"), keys().pub, keys().path);
+    const Bytes der = netscape ? spkac(library_key().pub, tlv(0x16, bytes_of("challenge")))
+                               : encode(named("Prefix"), library_key().pub, library_key().path);
     ASSERT_EQ(decode(netscape, der).rc, 0u);
     sweep(
         der, [&](const Bytes& prefix) { return decode(netscape, prefix).rc == 1; },

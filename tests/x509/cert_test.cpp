@@ -29,48 +29,27 @@ const Bytes kPolicy1 = from_hex("2B0601040186 8D1F01");  // 1.3.6.1.4.1.99999.1
 const Bytes kPolicy2 = from_hex("2A0304");               // 1.2.3.4
 const Bytes kRootKeyHash = from_hex("00112233445566778899AABBCCDDEEFF01234567");
 
-// KeyUsage and BasicConstraints, critical; keyCertSign, cRLSign; pathLen 2.
+// Root (KeyUsage and BasicConstraints, critical), intermediate under it signed with MD5,
+// and a leaf under that with every extension the argument list can ask for.
 CertInput root_input() {
-  CertInput in{.serial = {1}, .issuer = kRootName, .subject = kRootName, .pubKey = pki().root.pub};
-  in.extFlags = in.critFlags = 0x12;
-  in.keyUsage = 0x06;
-  in.cA = 1;
-  in.pathLen = 2;
-  in.keyName = pki().root.file;
+  CertInput in{.serial = {1}, .issuer = kRootName, .subject = kRootName};
+  in.pubKey = pki().root.pub, in.extFlags = in.critFlags = 0x12, in.cA = 1, in.pathLen = 2;
+  in.keyUsage = 0x06, in.keyName = pki().root.file;
   return in;
 }
-
-// Signed with MD5 (algorithm 2), under the root.
 CertInput inter_input() {
   CertInput in = root_input();
-  in.serial = {0x02};
-  in.sigAlg = 2;
-  in.subject = kInterName;
-  in.pubKey = pki().inter.pub;
-  in.extFlags = 0x13;
-  in.akiIssuer = kRootName;
-  in.akiSerial = {0x01};
-  in.pathLen = 0;
+  in.serial = {0x02}, in.sigAlg = 2, in.subject = kInterName, in.pubKey = pki().inter.pub;
+  in.extFlags = 0x13, in.akiIssuer = kRootName, in.akiSerial = {0x01}, in.pathLen = 0;
   return in;
 }
-
-// Every extension the argument list can ask for, under the intermediate.
 CertInput leaf_input() {
   CertInput in{.serial = {0x0A, 0x0B}, .issuer = kInterName, .subject = kLeafName};
-  in.pubKey = pki().leaf.pub;
-  in.extFlags = 0x1DF;
-  in.critFlags = 0x12;
-  in.akiIssuer = kRootName;
-  in.akiSerial = {0x02};
-  in.policies[0] = {kPolicy1, "http://example.com/cps", {}};
-  in.policies[1] = {kPolicy2, "", {}};
-  in.pkupNotBefore = "20210101000000";
-  in.pkupNotAfter = "20301231235959";
-  in.keyUsage = 0xA0;    // digitalSignature, keyEncipherment
-  in.nsCertType = 0xA0;  // SSL client, S/MIME
-  in.setCertType = 0x80;
-  in.hashedRootKey = kRootKeyHash;
-  in.keyName = pki().inter.file;
+  in.pubKey = pki().leaf.pub, in.extFlags = 0x1DF, in.critFlags = 0x12, in.akiSerial = {0x02};
+  in.akiIssuer = kRootName, in.pkupNotBefore = "20210101000000", in.pkupNotAfter = "20301231235959";
+  in.policies = {Policy{kPolicy1, "http://example.com/cps", {}}, Policy{kPolicy2, "", {}}};
+  in.keyUsage = 0xA0, in.nsCertType = 0xA0, in.setCertType = 0x80;  // SSL client, S/MIME
+  in.hashedRootKey = kRootKeyHash, in.keyName = pki().inter.file;
   return in;
 }
 
@@ -184,48 +163,62 @@ TEST(CertChain, SetOfTwoSignedDataAndSlotLimits) {
 
 // ---- encode and decode ------------------------------------------------------------------
 
+// The decoded certificate as the arguments that would encode it (no key name).
+CertInput as_input(const CertOutput& o) {
+  CertInput in{u8(o.version),
+               bytes(o.serial, o.serialLen),
+               (unsigned short)o.sigAlg,
+               bytes(o.params, o.paramsLen),
+               name_of(o.issuer),
+               o.notBefore,
+               o.notAfter,
+               name_of(o.subject),
+               bytes(o.pubKey, o.pubKeyLen),
+               o.extFlags,
+               o.critFlags,
+               name_of(o.akiIssuer),
+               bytes(o.akiSerial, o.akiSerialLen)};
+  unsigned policies = 0;
+  for (int i = 0; i < 4; ++i) {
+    in.policies[i] = {bytes(o.policyOid[i], o.policyOidLen[i]), o.policyQualifier[i], {}};
+    policies += o.policyOidLen[i] > 0;
+  }
+  EXPECT_EQ(o.policyCount, policies);
+  in.pkupNotBefore = o.pkupNotBefore, in.pkupNotAfter = o.pkupNotAfter, in.cA = o.cA;
+  in.pathLen = o.pathLen, in.keyUsage = o.keyUsage, in.nsCertType = o.nsCertType;
+  in.setCertType = o.setCertType, in.hashedRootKey = bytes(o.hashedRootKey, o.hashedRootKeyLen);
+  EXPECT_EQ(o.issuerUIDLen + o.subjectUIDLen + o.subjectKeyIdLen, 0u);  // never reported
+  EXPECT_EQ(o.signatureLen, 128u);
+  return in;
+}
+
+CertInput round_trip(const CertInput& in) {
+  CertOutput out;
+  EXPECT_EQ(decode_cert(issue(in), &out), 0u) << error_text();
+  return as_input(out);
+}
+
 struct Selection {
   unsigned extFlags, critFlags;
 };
 class CertRoundTrip : public testing::TestWithParam<Selection> {};
 
+// What is selected comes back; what is not reads as empty.
 TEST_P(CertRoundTrip, EverySelectedExtensionComesBack) {
   CertInput in = leaf_input();
-  in.extFlags = GetParam().extFlags;
-  in.critFlags = GetParam().critFlags;
-  in.cA = 1;
-  in.pathLen = 5;
-  CertOutput out;
-  ASSERT_EQ(decode_cert(issue(in), &out), 0u) << error_text();
-  EXPECT_EQ(out.version, 2u);
-  EXPECT_EQ(bytes(out.serial, out.serialLen), in.serial);
-  EXPECT_EQ(out.sigAlg, 3u);
-  EXPECT_EQ(bytes(out.params, out.paramsLen), in.params);
-  EXPECT_EQ(name_of(out.issuer), in.issuer);
-  EXPECT_EQ(name_of(out.subject), in.subject);
-  EXPECT_STREQ(out.notBefore, "20200101000000");
-  EXPECT_STREQ(out.notAfter, "20491231235959");
-  EXPECT_EQ(bytes(out.pubKey, out.pubKeyLen), in.pubKey);
-  EXPECT_EQ(out.issuerUIDLen + out.subjectUIDLen + out.subjectKeyIdLen, 0u);  // never reported
-  EXPECT_EQ(out.signatureLen, 128u);
-  const unsigned sel = in.extFlags & 0x1DF;
-  EXPECT_EQ(out.extFlags, sel);
-  EXPECT_EQ(out.critFlags, in.critFlags & sel);
-  const auto has = [&](unsigned bit) { return (sel & bit) != 0; };
-  EXPECT_EQ(name_of(out.akiIssuer), has(0x1) ? in.akiIssuer : Name{});
-  EXPECT_EQ(bytes(out.akiSerial, out.akiSerialLen), has(0x1) ? in.akiSerial : Bytes{});
-  EXPECT_EQ(out.keyUsage, has(0x2) ? in.keyUsage : 0);
-  EXPECT_STREQ(out.pkupNotBefore, has(0x4) ? in.pkupNotBefore.c_str() : "");
-  EXPECT_STREQ(out.pkupNotAfter, has(0x4) ? in.pkupNotAfter.c_str() : "");
-  EXPECT_EQ(out.policyCount, has(0x8) ? 2u : 0u);
-  EXPECT_EQ(bytes(out.policyOid[0], out.policyOidLen[0]), has(0x8) ? kPolicy1 : Bytes{});
-  EXPECT_STREQ(out.policyQualifier[0], has(0x8) ? "http://example.com/cps" : "");
-  EXPECT_EQ(bytes(out.policyOid[1], out.policyOidLen[1]), has(0x8) ? kPolicy2 : Bytes{});
-  EXPECT_EQ(out.cA, has(0x10) ? 1 : 0);
-  EXPECT_EQ(out.pathLen, has(0x10) ? 5 : 0);
-  EXPECT_EQ(out.nsCertType, has(0x40) ? in.nsCertType : 0);
-  EXPECT_EQ(bytes(out.hashedRootKey, out.hashedRootKeyLen), has(0x80) ? kRootKeyHash : Bytes{});
-  EXPECT_EQ(out.setCertType, has(0x100) ? in.setCertType : 0);
+  in.extFlags = GetParam().extFlags, in.critFlags = GetParam().critFlags, in.cA = 1, in.pathLen = 5;
+  CertInput want = in;
+  want.keyName = "", want.extFlags &= 0x1DF, want.critFlags &= want.extFlags;
+  const auto has = [&](unsigned bit) { return (want.extFlags & bit) != 0; };
+  if (!has(0x1)) want.akiIssuer = {}, want.akiSerial = {};
+  if (!has(0x2)) want.keyUsage = 0;
+  if (!has(0x4)) want.pkupNotBefore = want.pkupNotAfter = "";
+  if (!has(0x8)) want.policies = {};
+  if (!has(0x10)) want.cA = 0, want.pathLen = 0;
+  if (!has(0x40)) want.nsCertType = 0;
+  if (!has(0x80)) want.hashedRootKey = {};
+  if (!has(0x100)) want.setCertType = 0;
+  EXPECT_EQ(round_trip(in), want);
 }
 
 INSTANTIATE_TEST_SUITE_P(EachBitAndAll, CertRoundTrip,
@@ -241,21 +234,11 @@ TEST(CertEncode, SkippedPoliciesAbsentPathLengthAndBound) {
   CertInput in = leaf_input();
   in.policies = {Policy{kPolicy2, "", 0}, Policy{kPolicy2, "x", -3}, Policy{kPolicy1, "a", {}},
                  Policy{kPolicy2, "b", {}}};
-  in.cA = 1;
-  in.pathLen = -1;
-  in.pkupNotBefore = "";
-  CertOutput out;
-  ASSERT_EQ(decode_cert(issue(in), &out), 0u) << error_text();
-  EXPECT_EQ(out.policyCount, 2u);
-  EXPECT_EQ(bytes(out.policyOid[0], out.policyOidLen[0]), kPolicy1);
-  EXPECT_STREQ(out.policyQualifier[0], "a");
-  EXPECT_EQ(bytes(out.policyOid[1], out.policyOidLen[1]), kPolicy2);
-  EXPECT_STREQ(out.policyQualifier[1], "b");
-  EXPECT_EQ(out.policyOidLen[2], 0u);
-  EXPECT_EQ(out.pathLen, -1);
-  EXPECT_EQ(out.cA, 1);
-  EXPECT_STREQ(out.pkupNotBefore, "");
-  EXPECT_STREQ(out.pkupNotAfter, "20301231235959");
+  in.cA = 1, in.pathLen = -1, in.pkupNotBefore = "";
+  CertInput want = in;
+  want.keyName = "", want.critFlags = 0x12;
+  want.policies = {Policy{kPolicy1, "a", {}}, Policy{kPolicy2, "b", {}}};
+  EXPECT_EQ(round_trip(in), want);
 }
 
 // Each argument one past its field is refused before anything is signed; at its bound it

@@ -9,8 +9,10 @@
 #include <string>
 #include <vector>
 
+#include "hylorn.h"
 #include "support/error_list.h"
 #include "support/hex.h"
+#include "support/temp_dir.h"
 
 // Tables and records name only the fields that differ from the defaults.
 #pragma GCC diagnostic ignored "-Wmissing-field-initializers"
@@ -84,6 +86,24 @@ void sweep(const Bytes& der, Refused refused, Changed changed,
       changed(altered, i);
     }
   }
+}
+
+// A pair from the library's generator, once per test binary: its key file, and the
+// private key in key.der beside it for the outside tools.
+struct KeyFile {
+  TempDir dir;
+  std::string path = dir.path("library.key");
+  Bytes pub = Bytes(HYLORN_PUBKEY_DER_SIZE), pri = Bytes(HYLORN_PRIKEY_DER_SIZE);
+  KeyFile() {
+    unsigned pubLen = 0, priLen = 0;
+    EXPECT_EQ(Crypt_GenRSAKeyPair(path.c_str(), 0, pub.data(), &pubLen, pri.data(), &priLen), 0u);
+    pub.resize(pubLen), pri.resize(priLen);
+    write_file(dir.path("key.der"), pri);
+  }
+};
+inline const KeyFile& library_key() {
+  static const KeyFile k;
+  return k;
 }
 
 }  // namespace hylorn_test
