@@ -5,16 +5,11 @@
 #include <gtest/gtest.h>
 #include <openssl/x509v3.h>
 
-#include <array>
 #include <memory>
 #include <optional>
-#include <string>
-#include <vector>
 
-#include "hylorn.h"
 #include "support/openssl_bytes.h"
 #include "support/openssl_rsa.h"
-#include "support/temp_dir.h"
 #include "x509/cert_calls.h"
 #include "x509/common.h"
 
@@ -23,7 +18,7 @@ namespace crl_test {
 using namespace hylorn_test;
 using u8 = unsigned char;
 using u32 = unsigned int;
-using Name = std::array<std::string, 16>;  // slot order C, O, OU, ST, CN, ...
+using x509_test::Name;
 
 constexpr u32 kAki = 0x0001, kReason = 0x0400, kInvalidity = 0x0800, kNumber = 0x1000;
 constexpr u32 kMd5 = 2, kSha1 = 3;
