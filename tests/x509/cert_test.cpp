@@ -551,7 +551,8 @@ TEST(CertDecode, SurvivesEveryPrefixAndEveryByteChange) {
   Bytes text(HYLORN_CERT_ITEM_SIZE);
   unsigned textLen = 0;
   const auto decoder_entry_last = [] { return read_errors().back().func_no == 318; };
-  for (const auto& [cert, issuer] : certs) {
+  for (const auto& pair : certs) {
+    const Bytes &cert = pair.first, &issuer = pair.second;
     ASSERT_EQ(verify_cert(cert, issuer), 0u);
     const std::size_t tbsEnd = cert.size() - elements(cert)[1].size() - elements(cert)[2].size();
     sweep(

@@ -3,12 +3,14 @@
 // conversions with their limits, the entries of what does not decode and every failing
 // allocation.
 #include <gtest/gtest.h>
+#include <openssl/objects.h>
 
 #include <cstring>
 #include <memory>
 
 #include "fixtures.h"
 #include "support/fail_malloc.h"
+#include "support/openssl_bytes.h"
 #include "x509/name.h"
 #include "x509/public_key.h"
 #include "x509/signed_packet.h"
@@ -84,6 +86,43 @@ TEST(Fields, NamesMatchOpenSslBothWays) {
   Crypt_GetBMPTable(table.data());  // BMPString code units below 0x100 become one byte
   EXPECT_STREQ(name_slots(from_hex("300f310d300b0603550403 1e0400410062")).slot[4], "Ab");
   Crypt_GetBMPTable(nullptr);
+}
+
+// Guards the caller numbers' identifiers with their verbatim parameters against
+// i2d_X509_ALGOR, and the signed packet's layout (tbs verbatim, AlgorithmIdentifier, BIT
+// STRING with 0 unused bits) assembled by hand, both ways.
+TEST(Fields, AlgorithmIdsAndSignedPacket) {
+  const int nids[] = {NID_md2WithRSAEncryption, NID_md5WithRSAEncryption, NID_sha1WithRSA,
+                      NID_rsaEncryption};
+  for (hylorn::u16 number = 1; number <= 4; ++number) {
+    const hylorn::USER_X509_ALG_ID user{number, {0x05, 0x00}, 2};
+    hylorn::COMMON_SIGNED_PACKET p{};
+    hylorn::ini_COMMON_SIGNED_PACKET(&p);
+    ASSERT_EQ(hylorn::u2l_signature(&user, &p.signatureAlgorithm), 0u);
+    X509_ALGOR* a = X509_ALGOR_new();
+    X509_ALGOR_set0(a, OBJ_nid2obj(nids[number - 1]), V_ASN1_NULL, nullptr);
+    const Bytes alg = i2d_bytes(i2d_X509_ALGOR, static_cast<const X509_ALGOR*>(a));
+    X509_ALGOR_free(a);
+    EXPECT_EQ(to_hex(encoded([&](DATA_BUFFER* o) {
+                return hylorn::Der_Encode_X509_Alg_Id(&p.signatureAlgorithm, o);
+              })),
+              to_hex(alg));
+    const Bytes tbs = from_hex("3003020107"), sig = from_hex("a1b2c3");
+    p.tbs = {size_of(tbs), const_cast<u8*>(tbs.data())};
+    p.signature = {size_of(sig), const_cast<u8*>(sig.data())};
+    const Bytes der =
+        encoded([&](DATA_BUFFER* o) { return hylorn::Der_Encode_COMMON_SIGNED_PACKET(&p, o); });
+    hylorn::free_X509_ALG_ID(&p.signatureAlgorithm);
+    EXPECT_EQ(der, seq({tbs, alg, from_hex("030400a1b2c3")}));
+    hylorn::COMMON_SIGNED_PACKET back{};
+    hylorn::ini_COMMON_SIGNED_PACKET(&back);
+    ASSERT_EQ(hylorn::Der_Decode_COMMON_SIGNED_PACKET(size_of(der), der.data(), &back), 0u);
+    EXPECT_EQ(concat({bytes(back.tbs.data, back.tbs.length),
+                      bytes(back.signature.data, back.signature.length)}),
+              concat({tbs, sig}));
+    hylorn::free_COMMON_SIGNED_PACKET(&back);
+    hylorn::free_COMMON_SIGNED_PACKET(&back);  // a second free is harmless
+  }
 }
 
 // Guards the per-slot numbers of the caller conversion, by visiting position.
