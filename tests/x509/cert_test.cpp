@@ -229,7 +229,7 @@ INSTANTIATE_TEST_SUITE_P(EachBitAndAll, CertRoundTrip,
                                          Selection{0x1FF, 0x1FF}, Selection{0x1DF, 0x0A5}));
 
 // Policies with a length of 0 or below are skipped and the rest close up; a negative path
-// length leaves pathLenConstraint out; an empty PKUP text leaves that bound out.
+// length leaves pathLenConstraint out, 0 does not; an empty PKUP text leaves that bound out.
 TEST(CertEncode, SkippedPoliciesAbsentPathLengthAndBound) {
   CertInput in = leaf_input();
   in.policies = {Policy{kPolicy2, "", 0}, Policy{kPolicy2, "x", -3}, Policy{kPolicy1, "a", {}},
@@ -238,6 +238,8 @@ TEST(CertEncode, SkippedPoliciesAbsentPathLengthAndBound) {
   CertInput want = in;
   want.keyName = "", want.critFlags = 0x12;
   want.policies = {Policy{kPolicy1, "a", {}}, Policy{kPolicy2, "b", {}}};
+  EXPECT_EQ(round_trip(in), want);
+  in.pathLen = want.pathLen = 0;  // a length of 0 is written, not taken for none
   EXPECT_EQ(round_trip(in), want);
 }
 
