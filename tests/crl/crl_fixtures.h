@@ -5,27 +5,20 @@
 #include <gtest/gtest.h>
 #include <openssl/x509v3.h>
 
-#include <array>
 #include <memory>
 #include <optional>
-#include <string>
-#include <vector>
 
-#include "hylorn.h"
-#include "support/error_list.h"
 #include "support/openssl_bytes.h"
 #include "support/openssl_rsa.h"
-#include "support/temp_dir.h"
-
-// Tables name only the fields that differ from the defaults.
-#pragma GCC diagnostic ignored "-Wmissing-field-initializers"
+#include "x509/cert_calls.h"
+#include "x509/common.h"
 
 namespace crl_test {
 
 using namespace hylorn_test;
 using u8 = unsigned char;
 using u32 = unsigned int;
-using Name = std::array<std::string, 16>;  // slot order C, O, OU, ST, CN, ...
+using x509_test::Name;
 
 constexpr u32 kAki = 0x0001, kReason = 0x0400, kInvalidity = 0x0800, kNumber = 0x1000;
 constexpr u32 kMd5 = 2, kSha1 = 3;
@@ -47,7 +40,7 @@ struct Crl {
   u32 ext = 0, crit = 0;
   Name akiIssuer;
   Bytes akiSerial, number;
-  std::string key;  // the key file Final signs with; empty for signing_key()
+  std::string key;  // the key file Final signs with; empty for library_key()
   bool operator==(const Crl&) const = default;
 };
 
@@ -65,31 +58,6 @@ inline Crl as_decoded(Crl c) {
   return c;
 }
 
-// A key file made by Crypt_GenRSAKeyPair, and its PKCS #1 private key DER.
-struct SigningKey {
-  TempDir dir;
-  std::string path = dir.path("ca.key");
-  Bytes pri = Bytes(HYLORN_PRIKEY_DER_SIZE);
-  SigningKey() {
-    u8 pub[HYLORN_PUBKEY_DER_SIZE];
-    u32 pubLen = 0, priLen = 0;
-    EXPECT_EQ(Crypt_GenRSAKeyPair(path.c_str(), 0, pub, &pubLen, pri.data(), &priLen), 0u);
-    pri.resize(priLen);
-  }
-};
-inline const SigningKey& signing_key() {
-  static const SigningKey key;
-  return key;
-}
-
-#define SLOTS(n)                                                                            \
-  n[0].c_str(), n[1].c_str(), n[2].c_str(), n[3].c_str(), n[4].c_str(), n[5].c_str(),       \
-      n[6].c_str(), n[7].c_str(), n[8].c_str(), n[9].c_str(), n[10].c_str(), n[11].c_str(), \
-      n[12].c_str(), n[13].c_str(), n[14].c_str(), n[15].c_str()
-#define OUT_SLOTS(b)                                                                             \
-  b[0], b[1], b[2], b[3], b[4], b[5], b[6], b[7], b[8], b[9], b[10], b[11], b[12], b[13], b[14], \
-      b[15]
-
 // Init, one Update per entry, Final. Empty on failure, and *failed_at says which call
 // failed: 1 Init, 2 an Update, 3 Final (0 when none did).
 inline Bytes encode(const Crl& c, int* failed_at = nullptr) {
@@ -99,7 +67,7 @@ inline Bytes encode(const Crl& c, int* failed_at = nullptr) {
   u32 outLen = 0;
   step = 1;
   if (Crypt_Encode_Crl_Init(u8(c.version), static_cast<unsigned short>(c.alg), c.params.data(),
-                            u32(c.params.size()), SLOTS(c.issuer), c.thisUpdate.c_str(),
+                            u32(c.params.size()), IN_SLOTS(c.issuer), c.thisUpdate.c_str(),
                             c.nextUpdate.c_str()) != 0) {
     return {};
   }
@@ -111,9 +79,9 @@ inline Bytes encode(const Crl& c, int* failed_at = nullptr) {
     }
   }
   step = 3;
-  if (Crypt_Encode_Crl_Final(c.ext, c.crit, SLOTS(c.akiIssuer), c.akiSerial.data(),
+  if (Crypt_Encode_Crl_Final(c.ext, c.crit, IN_SLOTS(c.akiIssuer), c.akiSerial.data(),
                              int(c.akiSerial.size()), c.number.data(), u32(c.number.size()),
-                             (c.key.empty() ? signing_key().path : c.key).c_str(), "", out.data(),
+                             (c.key.empty() ? library_key().path : c.key).c_str(), "", out.data(),
                              &outLen) != 0) {
     return {};
   }
@@ -231,7 +199,7 @@ inline Bytes openssl_crl(const Crl& c, const EVP_MD* md) {
                           owned(integer_of(c.number), ASN1_INTEGER_free).get(),
                           (c.crit & kNumber) != 0, 0);
   }
-  const EvpKey key = load_private_der(signing_key().pri);
+  const EvpKey key = load_private_der(library_key().pri);
   return X509_CRL_sign(crl.get(), key.get(), md) > 0 ? i2d_bytes(i2d_X509_CRL, crl.get()) : Bytes{};
 }
 

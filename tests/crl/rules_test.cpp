@@ -10,29 +10,15 @@ namespace {
 
 using namespace crl_test;
 
-Bytes cat(std::initializer_list<Bytes> parts) {
-  Bytes out;
-  for (const Bytes& p : parts) out.insert(out.end(), p.begin(), p.end());
-  return out;
-}
-// tag, minimal definite length (below 64 KiB), contents
-Bytes tlv(u8 tag, const Bytes& contents) {
-  const std::size_t n = contents.size();
-  const Bytes length = n < 0x80    ? Bytes{u8(n)}
-                       : n < 0x100 ? Bytes{0x81, u8(n)}
-                                   : Bytes{0x82, u8(n >> 8), u8(n)};
-  return cat({{tag}, length, contents});
-}
-const auto seq = [](std::initializer_list<Bytes> parts) { return tlv(0x30, cat(parts)); };
 const auto utc = [](const char* s) { return tlv(0x17, bytes_of(s)); };
 // Extension with critical at its DEFAULT FALSE
 const auto ext = [](const char* oid, const Bytes& v) { return seq({from_hex(oid), tlv(4, v)}); };
 
 // md5WithRSAEncryption with NULL, and the issuer C=CN, CN=x in PrintableStrings.
 const Bytes kAlg = from_hex("30 0d 06 09 2a 86 48 86 f7 0d 01 01 04 05 00");
-const Bytes kAlgName = cat({kAlg, from_hex("30 19 31 0b 30 09 06 03 55 04 06 13 02 43 4e"
-                                           "31 0a 30 08 06 03 55 04 03 13 01 78")});
-const Bytes kHead = cat({from_hex("02 01 01"), kAlgName}), kTime = utc("250101000000Z");
+const Bytes kAlgName = concat({kAlg, from_hex("30 19 31 0b 30 09 06 03 55 04 06 13 02 43 4e"
+                                              "31 0a 30 08 06 03 55 04 03 13 01 78")});
+const Bytes kHead = concat({from_hex("02 01 01"), kAlgName}), kTime = utc("250101000000Z");
 
 // A CRL of the TBSCertList's parts, signed with nine zero octets.
 Bytes crl_of(const Bytes& head, const Bytes& thisUpdate, const Bytes& rest = {}) {
@@ -67,7 +53,7 @@ TEST(CrlDecoded, RefusalsLeaveTheFailingChain) {
       {crl_of(kHead, from_hex("02 01 05")), {tiem, {933, 4, "l2u_crl_time"}}},
       {crl_of(kHead, kTime, one_entry({9}, from_hex("0c 01 78"))),
        {tiem, {929, 2, "l2u_crl_time"}, in_entry}},
-      {crl_of(cat({from_hex("02 01 02"), kAlgName}), kTime),
+      {crl_of(concat({from_hex("02 01 02"), kAlgName}), kTime),
        {{925, 1, "version error"}, {933, 1, "l2u_crl_version"}}},
       {crl_of(kHead, kTime, one_entry(Bytes(129, 0x11), kTime)),
        {{302, 1, "serial number error"}, {929, 1, "l2u_serialNumber"}, in_entry}},
@@ -183,19 +169,14 @@ const Crl kSmall{
 // before the end of the list returns the CRL's extensions and releases the rest.
 TEST(CrlBadInput, PrefixesAlteredBytesAndEarlyFinal) {
   const Bytes der = encode(kSmall);
-  for (std::size_t n = 0; n < der.size(); ++n) {
-    EXPECT_FALSE(decode(Bytes(der.begin(), der.begin() + std::ptrdiff_t(n)))) << n;
-  }
-  for (std::size_t i = 0; i < der.size(); ++i) {
-    for (u8 delta : {0x01, 0x80, 0xFF}) {
-      Bytes altered = der;
-      altered[i] ^= delta;
-      const std::optional<Crl> back = decode(altered);
-      if (i >= der.size() - HYLORN_RSA_BLOCK_SIZE) {
-        EXPECT_EQ(back, as_decoded(kSmall)) << i;
-      }
-    }
-  }
+  sweep(
+      der, [](const Bytes& prefix) { return !decode(prefix); },
+      [&](const Bytes& altered, std::size_t i) {
+        const std::optional<Crl> back = decode(altered);
+        if (i >= der.size() - HYLORN_RSA_BLOCK_SIZE) {
+          EXPECT_EQ(back, as_decoded(kSmall)) << i;
+        }
+      });
   for (std::size_t read = 0; read <= 3; ++read) {
     Crl want = as_decoded(kSmall);
     want.entries.resize(read);

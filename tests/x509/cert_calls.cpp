@@ -4,14 +4,6 @@
 
 namespace x509_test {
 
-#define IN_SLOTS(n)                                                                         \
-  n[0].c_str(), n[1].c_str(), n[2].c_str(), n[3].c_str(), n[4].c_str(), n[5].c_str(),       \
-      n[6].c_str(), n[7].c_str(), n[8].c_str(), n[9].c_str(), n[10].c_str(), n[11].c_str(), \
-      n[12].c_str(), n[13].c_str(), n[14].c_str(), n[15].c_str()
-#define OUT_SLOTS(n)                                                                             \
-  n[0], n[1], n[2], n[3], n[4], n[5], n[6], n[7], n[8], n[9], n[10], n[11], n[12], n[13], n[14], \
-      n[15]
-
 namespace {
 
 int policy_length(const Policy& p) {

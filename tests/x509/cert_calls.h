@@ -9,6 +9,15 @@
 #include "hylorn.h"
 #include "support/hex.h"
 
+// The sixteen slot arguments of a Name, in and out.
+#define IN_SLOTS(n)                                                                         \
+  n[0].c_str(), n[1].c_str(), n[2].c_str(), n[3].c_str(), n[4].c_str(), n[5].c_str(),       \
+      n[6].c_str(), n[7].c_str(), n[8].c_str(), n[9].c_str(), n[10].c_str(), n[11].c_str(), \
+      n[12].c_str(), n[13].c_str(), n[14].c_str(), n[15].c_str()
+#define OUT_SLOTS(n)                                                                             \
+  n[0], n[1], n[2], n[3], n[4], n[5], n[6], n[7], n[8], n[9], n[10], n[11], n[12], n[13], n[14], \
+      n[15]
+
 namespace x509_test {
 
 using hylorn_test::Bytes;
@@ -22,6 +31,7 @@ struct Policy {
   Bytes oid;                  // content octets
   std::string qualifier;      // CPS text, empty for none
   std::optional<int> length;  // the length argument, when not the size of oid
+  bool operator==(const Policy&) const = default;
 };
 
 // Every argument of Crypt_Encode_Cert, the ignored ones aside.
@@ -46,6 +56,7 @@ struct CertInput {
   unsigned keyUsage = 0, nsCertType = 0, setCertType = 0;
   Bytes hashedRootKey;
   std::string keyName;
+  bool operator==(const CertInput&) const = default;
 };
 
 // Every output of Crypt_Decode_Cert.

@@ -1,11 +1,9 @@
 #include "fixtures.h"
 
 #include <gtest/gtest.h>
-#include <sys/wait.h>
 
 #include <algorithm>
 #include <chrono>
-#include <cstdio>
 #include <cstring>
 #include <memory>
 #include <stdexcept>
@@ -166,21 +164,6 @@ const Pki& pki() {
   return *p;
 }
 
-Bytes tlv(u8 tag, const Bytes& contents) {
-  const std::size_t n = contents.size();
-  Bytes out = n < 0x80    ? Bytes{tag, u8(n)}
-              : n < 0x100 ? Bytes{tag, 0x81, u8(n)}
-                          : Bytes{tag, 0x82, u8(n >> 8), u8(n)};
-  out.insert(out.end(), contents.begin(), contents.end());
-  return out;
-}
-
-Bytes concat(const std::vector<Bytes>& parts) {
-  Bytes out;
-  for (const Bytes& p : parts) out.insert(out.end(), p.begin(), p.end());
-  return out;
-}
-
 namespace {
 
 // Header size plus contents length of the element at der[pos].
@@ -202,22 +185,6 @@ std::vector<Bytes> elements(const Bytes& der) {
     pos += n;
   }
   return out;
-}
-
-ToolRun run(const std::string& command) {
-  ToolRun r{-1, {}};
-  FILE* pipe = popen((command + " 2>&1").c_str(), "r");
-  if (pipe == nullptr) return r;
-  char chunk[4096];
-  std::size_t n;
-  while ((n = fread(chunk, 1, sizeof chunk, pipe)) > 0) r.output.append(chunk, n);
-  const int status = pclose(pipe);
-  r.status = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-  return r;
-}
-
-bool have_tool(const std::string& name) {
-  return run("command -v " + name).status == 0;
 }
 
 }  // namespace x509_test

@@ -1,31 +1,25 @@
-// The one set of helpers of the certificate tests: DER assembled by hand, OpenSSL's
-// names, the two 94-argument certificate functions behind records a test can fill and
-// compare, a small PKI of library keys in key files, and the command-line oracles.
+// The helpers of the certificate tests: DER assembled by hand, OpenSSL's names, the two
+// 94-argument certificate functions behind records, a small PKI of library keys in key
+// files, and the command-line oracles.
 #pragma once
 
 #include <openssl/x509.h>
 
-#include <array>
-#include <cstring>
 #include <functional>
 #include <memory>
-#include <optional>
 #include <string>
 #include <utility>
 #include <vector>
 
 #include "cert_calls.h"
+#include "common.h"
 #include "frame/buffer.h"
-#include "hylorn.h"
-#include "support/error_list.h"
-#include "support/hex.h"
 #include "support/temp_dir.h"
 #include "x509/records.h"
 
 namespace x509_test {
 
 using namespace hylorn_test;
-using u8 = unsigned char;
 
 inline hylorn::u32 size_of(const Bytes& b) {
   return static_cast<hylorn::u32>(b.size());
@@ -34,8 +28,7 @@ inline Bytes bytes(const u8* p, unsigned n) {
   return Bytes(p, p + n);
 }
 
-// The text Crypt_Get_Err gives for entries, exact to the blank: read_errors() cannot tell
-// the message " " from "".
+// Crypt_Get_Err's text for entries, exact to the blank (read_errors() reads " " as "").
 std::string entries_text(const Entries& entries);
 
 // Runs an encoder into a fresh buffer; the bytes (empty when it fails), buffer freed.
@@ -52,13 +45,6 @@ Bytes encoded(F encode) {
 // failing run answers 1 with fn's entry last (ASan reports what is left allocated).
 void expect_allocation_failures_cleaned(int fn, const std::function<unsigned()>& call,
                                         int at_least);
-
-// A DER element with definite length (up to 65,535 contents octets), and concatenation.
-Bytes tlv(u8 tag, const Bytes& contents);
-Bytes concat(const std::vector<Bytes>& parts);
-inline Bytes seq(const std::vector<Bytes>& parts) {
-  return tlv(0x30, concat(parts));
-}
 
 // A caller name with the given (slot, text) pairs, every other slot empty.
 hylorn::USER_X500_NAME user_name(const std::vector<std::pair<int, std::string>>& slots);
@@ -95,13 +81,5 @@ const Pki& pki();
 // The elements inside a constructed element (definite lengths): a certificate's TBS,
 // algorithm and signature value, for instance.
 std::vector<Bytes> elements(const Bytes& der);
-
-// The command's standard output and error, and its exit status.
-struct ToolRun {
-  int status;
-  std::string output;
-};
-ToolRun run(const std::string& command);
-bool have_tool(const std::string& name);
 
 }  // namespace x509_test
