@@ -79,7 +79,8 @@ std::string openssl_write(const char* name, const Bytes& der) {
   BIO* bio = BIO_new(BIO_s_mem());
   PEM_write_bio(bio, name, "", der.data(), long(der.size()));
   char* p = nullptr;
-  const std::string text(p, std::size_t(BIO_get_mem_data(bio, &p)));
+  const long n = BIO_get_mem_data(bio, &p);
+  const std::string text(p, std::size_t(n));
   BIO_free(bio);
   std::string crlf;
   for (char c : text) crlf += c == '\n' ? std::string("\r\n") : std::string(1, c);
