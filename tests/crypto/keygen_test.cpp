@@ -1,12 +1,12 @@
 // Key generation: the prime walk recomputed independently on OpenSSL's MD5 and BN,
 // OpenSSL's check of the keys, the size limits and the primality steps.
+#include "crypto/keygen.h"
+
 #include <gtest/gtest.h>
 
 #include <cstring>
 
-#include "crypto/keygen.h"
-#include "generator_model.h"
-#include "rsa_records.h"
+#include "models.h"
 
 namespace {
 
@@ -15,17 +15,15 @@ using hylorn::RSA_PRIVATE_KEY;
 using hylorn::RSA_PROTO_KEY;
 using hylorn::RSA_PUBLIC_KEY;
 using hylorn::u32;
-using hylorn_test::Bn;
-using hylorn_test::field_bn;
-using hylorn_test::new_bn;
+using namespace hylorn_test;
 
 // One prime of the walk on BN: start = random mod (upper - lower + 1) + lower with
 // lower = 3 * 2^(bits - 2), upper = 2^bits - 1, made odd, then up by 2 until trial
 // division by 3, 5, 7, 11 and a base-2 Fermat test pass; again until gcd(p - 1, e) = 1.
-Bn model_prime(hylorn_test::ModelGenerator& gen, unsigned bits, std::size_t bytes, BIGNUM* e) {
-  hylorn_test::BnCtx ctx(BN_CTX_new());
+Bn model_prime(ModelGenerator& gen, unsigned bits, std::size_t bytes, BIGNUM* e) {
+  BnCtx ctx(BN_CTX_new());
   Bn lower = new_bn(), range = new_bn(), a = new_bn(), g = new_bn(), u = new_bn();
-  Bn two = hylorn_test::bn_word(2);
+  Bn two = bn_word(2);
   BN_set_bit(lower.get(), static_cast<int>(bits - 1));
   BN_set_bit(lower.get(), static_cast<int>(bits - 2));
   BN_set_bit(range.get(), static_cast<int>(bits - 2));  // upper - lower + 1
@@ -38,7 +36,7 @@ Bn model_prime(hylorn_test::ModelGenerator& gen, unsigned bits, std::size_t byte
     return BN_is_word(u.get(), 2) == 1;
   };
   for (;;) {
-    hylorn_test::Bytes r = gen.draw(bytes);
+    Bytes r = gen.draw(bytes);
     BN_bin2bn(r.data(), static_cast<int>(r.size()), a.get());
     BN_mod(a.get(), a.get(), range.get(), ctx.get());
     BN_add(a.get(), a.get(), lower.get());
@@ -74,16 +72,15 @@ TEST_P(KeyGeneration, FollowsTheWalkAndMakesAConsistentKey) {
   RSA_PRIVATE_KEY priv{};
   RSA_PROTO_KEY proto{c.bits, c.useF4};
   ASSERT_EQ(hylorn::rsa_generate_keys_from_seed_byte(&pub, &priv, &proto, c.seed), 0u);
-  auto gen = hylorn_test::ModelGenerator::seeded({c.seed}, 256);
+  auto gen = ModelGenerator::seeded({c.seed}, 256);
   const std::size_t bytes = 4 * (((c.bits + 31) / 32 + 1) / 2);
   const unsigned pBits = (c.bits + 1) / 2;
-  Bn e_bn = hylorn_test::bn_word(e), mp = model_prime(gen, pBits, bytes, e_bn.get()),
+  Bn e_bn = bn_word(e), mp = model_prime(gen, pBits, bytes, e_bn.get()),
      mq = model_prime(gen, c.bits - pBits, bytes, e_bn.get());
   if (BN_cmp(mp.get(), mq.get()) < 0) std::swap(mp, mq);
-  Bn n = field_bn(pub.modulus, 128), p = field_bn(priv.prime[0], 64),
-     q = field_bn(priv.prime[1], 64);
-  EXPECT_EQ(hylorn_test::hex(p), hylorn_test::hex(mp));
-  EXPECT_EQ(hylorn_test::hex(q), hylorn_test::hex(mq));
+  Bn n = bn_of(pub.modulus, 128), p = bn_of(priv.prime[0], 64), q = bn_of(priv.prime[1], 64);
+  EXPECT_EQ(hex(p), hex(mp));
+  EXPECT_EQ(hex(q), hex(mq));
   EXPECT_EQ(BN_cmp(p.get(), q.get()), 1);
   for (auto [prime, bits] : {std::pair{p.get(), pBits}, std::pair{q.get(), c.bits - pBits}}) {
     EXPECT_EQ(BN_num_bits(prime), static_cast<int>(bits));
@@ -93,34 +90,29 @@ TEST_P(KeyGeneration, FollowsTheWalkAndMakesAConsistentKey) {
   EXPECT_EQ(pub.bits, c.bits);
   EXPECT_EQ(priv.bits, c.bits);
   EXPECT_EQ(BN_num_bits(n.get()), static_cast<int>(c.bits));
-  EXPECT_TRUE(BN_is_word(field_bn(pub.exponent, 128).get(), e));
+  EXPECT_TRUE(BN_is_word(bn_of(pub.exponent, 128).get(), e));
   EXPECT_EQ(std::memcmp(pub.modulus, priv.modulus, 128), 0);
   EXPECT_EQ(std::memcmp(pub.exponent, priv.publicExponent, 128), 0);
-  EXPECT_TRUE(hylorn_test::key_checks(hylorn_test::pkey_of(priv).get()));
+  EXPECT_TRUE(key_checks(pkey_of(priv).get()));
 }
 
-// 507 and 1025 bits (and beyond) are refused with 1031, after re-seeding the state.
-TEST(KeyGenerationLimits, SizesOutsideTheRangeAreRefusedAfterReseeding) {
+// 507 and 1025 bits (and beyond) are refused with 1031, after re-seeding the state. The
+// exported pair is 1024 bits with e = 65537.
+TEST(KeyGenerationLimits, RefusedSizesAndTheExportedPair) {
+  RSA_PUBLIC_KEY pub{};
+  RSA_PRIVATE_KEY priv{};
   for (u32 bits : {0u, 507u, 1025u, 65536u + 1024u}) {
     hylorn::RANDOM_STATE rs;
     hylorn::Random_Init(&rs);  // wants seeding
-    RSA_PUBLIC_KEY pub{};
-    RSA_PRIVATE_KEY priv{};
     RSA_PROTO_KEY proto{bits, 1};
     EXPECT_EQ(hylorn::RSA_Generate_Keys(&pub, &priv, &proto, &rs), 1031u) << bits;
     EXPECT_EQ(rs.bytesNeeded, 0u) << bits;
   }
-}
-
-// The exported pair is 1024 bits with e = 65537.
-TEST(KeyGenerationLimits, ExportedPairIs1024BitsWithF4) {
-  RSA_PUBLIC_KEY pub{};
-  RSA_PRIVATE_KEY priv{};
   ASSERT_EQ(hylorn::Rsa_Gen_Key_Pair(0, &pub, &priv), 1);
   EXPECT_EQ(pub.bits, 1024);
-  EXPECT_EQ(BN_num_bits(field_bn(pub.modulus, 128).get()), 1024);
-  EXPECT_TRUE(BN_is_word(field_bn(priv.publicExponent, 128).get(), 65537));
-  EXPECT_TRUE(hylorn_test::key_checks(hylorn_test::pkey_of(priv).get()));
+  EXPECT_EQ(BN_num_bits(bn_of(pub.modulus, 128).get()), 1024);
+  EXPECT_TRUE(BN_is_word(bn_of(priv.publicExponent, 128).get(), 65537));
+  EXPECT_TRUE(key_checks(pkey_of(priv).get()));
 }
 
 // Trial division stops at a small prime itself; base-2 pseudoprimes pass Fermat; a walk

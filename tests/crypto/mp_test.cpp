@@ -2,35 +2,30 @@
 // of every size from 1 to 33 digits, on every Montgomery path, plus the edge cases.
 #include <gtest/gtest.h>
 
-#include "bn_model.h"
+#include "models.h"
 
 namespace {
 
 using hylorn::MP_DIGIT;
-using hylorn_test::Bn;
-using hylorn_test::bn_power_of_two;
-using hylorn_test::Digits;
-using hylorn_test::from_bn;
-using hylorn_test::hex;
-using hylorn_test::new_bn;
-using hylorn_test::Operands;
-using hylorn_test::to_bn;
+using namespace hylorn_test;
 
-std::uint32_t u32_of(std::size_t n) { return static_cast<std::uint32_t>(n); }
+std::uint32_t u32_of(std::size_t n) {
+  return static_cast<std::uint32_t>(n);
+}
 
 class MpBySize : public testing::TestWithParam<int> {
  protected:
   std::size_t n() const { return static_cast<std::size_t>(GetParam()); }
   std::uint32_t n32() const { return u32_of(n()); }
   // a + sign * word * 2^(32 n): a result with the carry, borrow or bits it returned.
-  Bn with_word(const Digits& a, MP_DIGIT word, int sign) {
+  std::string with_word(const Digits& a, MP_DIGIT word, int sign) {
     Bn v = to_bn(a), w = bn_power_of_two(32 * GetParam());
     BN_mul_word(w.get(), word);
     sign > 0 ? BN_add(v.get(), v.get(), w.get()) : BN_sub(v.get(), v.get(), w.get());
-    return v;
+    return hex(v);
   }
   Operands ops_{static_cast<unsigned>(GetParam()) * 7919u};
-  hylorn_test::BnCtx ctx_{BN_CTX_new()};
+  BnCtx ctx_{BN_CTX_new()};
 };
 
 INSTANTIATE_TEST_SUITE_P(Digits1To33, MpBySize, testing::Range(1, 34));
@@ -45,19 +40,17 @@ TEST_P(MpBySize, AddSubMultShiftAndDigitMultiplesMatchBn) {
     Bn bb = to_bn(b), bc = to_bn(c), mc(BN_dup(bc.get())), want = new_bn();
     BN_mul_word(mc.get(), m);
     BN_add(want.get(), bb.get(), bc.get());
-    EXPECT_EQ(hex(with_word(a, hylorn::MP_Add(a.data(), a.data(), c.data(), n32()), 1)), hex(want));
+    EXPECT_EQ(with_word(a, hylorn::MP_Add(a.data(), a.data(), c.data(), n32()), 1), hex(want));
     BN_sub(want.get(), bb.get(), bc.get());
-    EXPECT_EQ(hex(with_word(a, hylorn::MP_Sub(a.data(), b.data(), c.data(), n32()), -1)),
-              hex(want));
+    EXPECT_EQ(with_word(a, hylorn::MP_Sub(a.data(), b.data(), c.data(), n32()), -1), hex(want));
     BN_lshift(want.get(), bb.get(), static_cast<int>(s));
-    EXPECT_EQ(hex(with_word(a, hylorn::MP_LShift(a.data(), b.data(), s, n32()), 1)), hex(want));
+    EXPECT_EQ(with_word(a, hylorn::MP_LShift(a.data(), b.data(), s, n32()), 1), hex(want));
     BN_add(want.get(), bb.get(), mc.get());
-    EXPECT_EQ(hex(with_word(a, hylorn::MP_AddDigitMult(a.data(), b.data(), m, c.data(), n32()), 1)),
+    EXPECT_EQ(with_word(a, hylorn::MP_AddDigitMult(a.data(), b.data(), m, c.data(), n32()), 1),
               hex(want));
     BN_sub(want.get(), bb.get(), mc.get());
-    EXPECT_EQ(
-        hex(with_word(a, hylorn::MP_SubDigitMult(a.data(), b.data(), m, c.data(), n32()), -1)),
-        hex(want));
+    EXPECT_EQ(with_word(a, hylorn::MP_SubDigitMult(a.data(), b.data(), m, c.data(), n32()), -1),
+              hex(want));
     BN_rshift(want.get(), bb.get(), static_cast<int>(s));
     EXPECT_EQ(hylorn::MP_RShift(a.data(), b.data(), s, n32()), s == 0 ? 0 : b[0] << (32 - s));
     EXPECT_EQ(a, from_bn(want.get(), n()));
@@ -67,12 +60,12 @@ TEST_P(MpBySize, AddSubMultShiftAndDigitMultiplesMatchBn) {
   }
 }
 
-// Quotient and remainder for dividends of up to twice the divisor's digits.
-TEST_P(MpBySize, DivAndModMatchBn) {
+// Quotient and remainder for dividends of up to twice the divisor's digits; products
+// mod d, gcds (with a shared factor half of the time) and inverses.
+TEST_P(MpBySize, DivModGcdAndInverseMatchBn) {
   for (int r = 0; r < 60; ++r) {
     std::size_t cDigits = 1 + ops_.below(2 * n32());
-    Digits c = ops_.number(cDigits), d = ops_.number(n());
-    Digits q(cDigits, 0xAA), rem(n(), 0xAA), m(n());
+    Digits c = ops_.number(cDigits), d = ops_.number(n()), q(cDigits, 0xAA), rem(n(), 0xAA), m(n());
     Bn bq = new_bn(), br = new_bn();
     BN_div(bq.get(), br.get(), to_bn(c).get(), to_bn(d).get(), ctx_.get());
     hylorn::MP_Div(q.data(), rem.data(), c.data(), u32_of(cDigits), d.data(), n32());
@@ -81,10 +74,6 @@ TEST_P(MpBySize, DivAndModMatchBn) {
     hylorn::MP_Mod(m.data(), c.data(), u32_of(cDigits), d.data(), n32());
     EXPECT_EQ(m, rem);
   }
-}
-
-// Products mod d, gcds (with a shared factor half of the time) and inverses.
-TEST_P(MpBySize, ModMultGcdAndModInvMatchBn) {
   for (int r = 0; r < 12; ++r) {
     Digits b = ops_.number(n()), c = ops_.number(n()), d = ops_.full(n()), a(n());
     Bn want = new_bn(), g = new_bn();
@@ -121,8 +110,8 @@ TEST_P(MpBySize, ModExpMatchesBnOnEveryPath) {
     hylorn::MP_ModExp(a.data(), b.data(), c.data(), u32_of(cDigits), d.data(), n32());
     EXPECT_EQ(a, from_bn(want.get(), n())) << "round " << r;
   };
-  for (hylorn::MontPath path : hylorn_test::mont_paths()) {
-    hylorn_test::MontPathScope scope(path);
+  for (hylorn::MontPath path : mont_paths()) {
+    MontPathScope scope(path);
     for (int r = 0; r < 4; ++r) check(r, true);
   }
   for (int r = 0; r < 2; ++r) check(r, false);
@@ -142,14 +131,13 @@ TEST_P(MpBySize, CompareCountAndCode) {
     EXPECT_EQ(hylorn::MP_Zero(a.data(), n32()), BN_is_zero(ba.get()));
 
     const std::size_t lengths[] = {129, 133, 4 * n() - 1, 0};
-    std::vector<unsigned char> bytes(r < 4 ? lengths[r] : ops_.below(140));
+    Bytes bytes(r < 4 ? lengths[r] : ops_.below(140));
     for (auto& x : bytes) x = static_cast<unsigned char>(ops_.digit());
-    Bn value(BN_bin2bn(bytes.data(), static_cast<int>(bytes.size()), nullptr));
     Digits decoded(n(), 0x55);
     hylorn::MP_Decode(decoded.data(), n32(), bytes.data(), u32_of(bytes.size()));
-    EXPECT_EQ(decoded, from_bn(value.get(), n()));
+    EXPECT_EQ(decoded, from_bn(bn_of(bytes.data(), int(bytes.size())).get(), n()));
 
-    std::vector<unsigned char> out(bytes.size() + 1, 0x55), want(out.size());
+    Bytes out(bytes.size() + 1, 0x55), want(out.size());
     hylorn::MP_Encode(out.data(), u32_of(out.size()), a.data(), n32());
     BN_mask_bits(ba.get(), static_cast<int>(8 * out.size()));
     BN_bn2binpad(ba.get(), want.data(), static_cast<int>(want.size()));
@@ -157,8 +145,9 @@ TEST_P(MpBySize, CompareCountAndCode) {
   }
 }
 
-// Single-digit products, quotients (top bit set, high word below the divisor) and bits.
-TEST(MpEdge, SingleDigitOperations) {
+// Single-digit products, quotients (top bit set, high word below the divisor) and bits;
+// zero-digit compares and counts, shifts of 32 bits or more, powers of two at the top.
+TEST(MpEdge, SingleDigitsZeroLengthsAndShiftLimits) {
   Operands ops(5);
   for (int r = 0; r < 5000; ++r) {
     MP_DIGIT b = ops.digit(), c = ops.digit() | 0x80000000u, prod[2], q;
@@ -167,32 +156,39 @@ TEST(MpEdge, SingleDigitOperations) {
     MP_DIGIT dividend[2] = {ops.digit(), ops.digit() % c};
     hylorn::MP_DigitDiv(&q, dividend, c);
     EXPECT_EQ(q, ((std::uint64_t{dividend[1]} << 32) | dividend[0]) / c);
-    EXPECT_EQ(hylorn::MP_DigitBits(b), u32_of(BN_num_bits(hylorn_test::bn_word(b).get())));
+    EXPECT_EQ(hylorn::MP_DigitBits(b), u32_of(BN_num_bits(bn_word(b).get())));
   }
+  Digits a = {1, 2}, b = {3, 4};
+  EXPECT_EQ(hylorn::MP_Cmp(a.data(), b.data(), 0), 0);
+  EXPECT_EQ(hylorn::MP_Zero(a.data(), 0), 1);
+  EXPECT_EQ(hylorn::MP_Digits(a.data(), 0), 0u);
+  EXPECT_EQ(hylorn::MP_LShift(a.data(), b.data(), 32, 2), 0u);
+  EXPECT_EQ(hylorn::MP_RShift(a.data(), b.data(), 40, 2), 0u);
+  EXPECT_EQ(a, (Digits{1, 2}));
+  hylorn::MP_Assign2Exp(a.data(), 63, 2);
+  EXPECT_EQ(a, (Digits{0, 0x80000000u}));
+  hylorn::MP_Assign2Exp(a.data(), 64, 2);
+  EXPECT_EQ(a, (Digits{0, 0}));
 }
 
 // Division by zero writes nothing; a quotient digit whose estimate stays one too large
-// after refinement needs the add-back step.
-TEST(MpEdge, DivisionByZeroAndTheAddBackStep) {
+// after refinement needs the add-back step. Exponent 0 gives 1 whatever the modulus; the
+// engine and the textbook path agree.
+TEST(MpEdge, DivisionAndExponentCorners) {
   Digits c = {7, 9}, zero = {0, 0}, q = {0xAB, 0xCD}, r = {0xEF, 0x12};
   hylorn::MP_Div(q.data(), r.data(), c.data(), 2, zero.data(), 2);
   hylorn::MP_Mod(r.data(), c.data(), 2, zero.data(), 2);
   EXPECT_EQ(q, (Digits{0xAB, 0xCD}));
   EXPECT_EQ(r, (Digits{0xEF, 0x12}));
-
   c = {2, 0, 0, 0x80000000u, 0xFFFFFFFFu, 0xFFFFFFFFu, 0xFFFFFFFFu, 0x7FFFFFFFu};
   Digits d = {0xFFFFFFFFu, 0xFFFFFFFFu, 0, 0x80000000u, 0, 0x80000000u, 0, 0};
   q.assign(8, 0), r.assign(8, 0);
   hylorn::MP_Div(q.data(), r.data(), c.data(), 8, d.data(), 8);
   Bn bq = new_bn(), br = new_bn();
-  hylorn_test::BnCtx ctx(BN_CTX_new());
-  BN_div(bq.get(), br.get(), to_bn(c).get(), to_bn(d).get(), ctx.get());
+  BN_div(bq.get(), br.get(), to_bn(c).get(), to_bn(d).get(), BnCtx(BN_CTX_new()).get());
   EXPECT_EQ(q, from_bn(bq.get(), 8));
   EXPECT_EQ(r, from_bn(br.get(), 8));
-}
 
-// Exponent 0 gives 1 whatever the modulus; the engine and the textbook path agree.
-TEST(MpEdge, ModExpCornerCases) {
   const struct {
     Digits b, c, d, want;
   } cases[] = {
@@ -213,30 +209,20 @@ TEST(MpEdge, ModExpCornerCases) {
     EXPECT_EQ(g, k.want);
   }
 }
-
-// Zero-digit compares and counts, shifts of 32 bits or more, powers of two at the top.
-TEST(MpEdge, ZeroCountsShiftLimitsAndPowersOfTwo) {
-  Digits a = {1, 2}, b = {3, 4};
-  EXPECT_EQ(hylorn::MP_Cmp(a.data(), b.data(), 0), 0);
-  EXPECT_EQ(hylorn::MP_Zero(a.data(), 0), 1);
-  EXPECT_EQ(hylorn::MP_Digits(a.data(), 0), 0u);
-  EXPECT_EQ(hylorn::MP_LShift(a.data(), b.data(), 32, 2), 0u);
-  EXPECT_EQ(hylorn::MP_RShift(a.data(), b.data(), 40, 2), 0u);
-  EXPECT_EQ(a, (Digits{1, 2}));
-  hylorn::MP_Assign2Exp(a.data(), 63, 2);
-  EXPECT_EQ(a, (Digits{0, 0x80000000u}));
-  hylorn::MP_Assign2Exp(a.data(), 64, 2);
-  EXPECT_EQ(a, (Digits{0, 0}));
-}
-
 // x mod m for a random x, sometimes m - 1, all-ones limbs or `also`.
 Digits below(Operands& ops, const BIGNUM* m, std::size_t digits, BN_CTX* ctx,
              const BIGNUM* also = nullptr) {
   Bn x = to_bn(ops.number(digits));
   switch (ops.below(6)) {
-    case 0: BN_sub(x.get(), m, BN_value_one()); break;
-    case 1: x = to_bn(Digits(digits, 0xFFFFFFFFu)); break;
-    case 2: BN_copy(x.get(), also != nullptr ? also : x.get()); break;
+    case 0:
+      BN_sub(x.get(), m, BN_value_one());
+      break;
+    case 1:
+      x = to_bn(Digits(digits, 0xFFFFFFFFu));
+      break;
+    case 2:
+      BN_copy(x.get(), also != nullptr ? also : x.get());
+      break;
   }
   BN_mod(x.get(), x.get(), m, ctx);
   return from_bn(x.get(), digits);
@@ -255,9 +241,9 @@ Bn mont_model(const Digits& a, const Digits& b, const BIGNUM* d, const BIGNUM* r
 // chains: all-ones limbs, values just below d, moduli just below R; the first factor of
 // a product may exceed d.
 TEST(MontProduct, KernelsOfEveryPathMatchBn) {
-  hylorn_test::BnCtx ctx(BN_CTX_new());
-  for (hylorn::MontPath path : hylorn_test::mont_paths()) {
-    hylorn_test::MontPathScope scope(path);
+  BnCtx ctx(BN_CTX_new());
+  for (hylorn::MontPath path : mont_paths()) {
+    MontPathScope scope(path);
     Operands ops(29);
     for (std::size_t digits : {3, 15, 16, 17, 31, 32}) {
       Bn rinv = new_bn(), radix = bn_power_of_two(static_cast<int>(64 * ((digits + 1) / 2)));
@@ -290,7 +276,7 @@ TEST(MontProduct, IfmaKernelMatchesBnBelowTwiceTheModulus) {
   one[0] = 1;
   if (!hylorn::mont_ifma_product(probe.data(), one.data(), one.data(), d1.data()))
     GTEST_SKIP() << "no AVX-512 IFMA";
-  hylorn_test::BnCtx ctx(BN_CTX_new());
+  BnCtx ctx(BN_CTX_new());
   Operands ops(37);
   Bn radix = bn_power_of_two(520), rinv = new_bn(), twice = new_bn(), reduced = new_bn();
   for (int r = 0; r < 1000; ++r) {
@@ -314,7 +300,7 @@ TEST(MontProduct, IfmaKernelMatchesBnBelowTwiceTheModulus) {
 // high digit, or only in length, must never share them, and more moduli than the cache
 // holds must come and go.
 TEST(MontPublic, ModuliThatDifferLittleKeepTheirOwnConstants) {
-  hylorn_test::BnCtx ctx(BN_CTX_new());
+  BnCtx ctx(BN_CTX_new());
   Operands ops(31);
   const Digits base = ops.odd(32);
   std::vector<Digits> moduli;

@@ -1,33 +1,32 @@
 // RSA blocks against OpenSSL: the raw operations on random keys and inputs on every
 // Montgomery path, PKCS #1 v1.5 blocks both ways, every refusal code, and the wipe.
+#include "crypto/rsa.h"
+
 #include <gtest/gtest.h>
 
 #include <algorithm>
 #include <cstring>
 
-#include "crypto/rsa.h"
-#include "rsa_records.h"
+#include "models.h"
 #include "support/random_bytes.h"
 
 namespace {
 
 using hylorn::RSA_PRIVATE_KEY;
-using hylorn::RSA_PUBLIC_KEY;
 using hylorn::u32;
-using hylorn_test::Bytes;
-using hylorn_test::Keys;
+using namespace hylorn_test;
 
 constexpr u32 kErrData = 1025, kErrLen = 1030, kNeedRandom = 1032;
 
 // One 1024-bit key shared by the block-format tests.
 const Keys& key1024() {
-  static const Keys k = hylorn_test::make_keys(1024);
+  static const Keys k = make_keys(1024);
   return k;
 }
 
 // The raw private operation as OpenSSL computes it.
 Bytes openssl_raw_private(const Keys& k, const Bytes& in) {
-  return hylorn_test::openssl_decrypt(k.pkey.get(), in, RSA_NO_PADDING);
+  return openssl_decrypt(k.pkey.get(), in, RSA_NO_PADDING);
 }
 
 Bytes private_block(const RSA_PRIVATE_KEY& key, const Bytes& in) {
@@ -39,73 +38,53 @@ Bytes private_block(const RSA_PRIVATE_KEY& key, const Bytes& in) {
   return out;
 }
 
-class RawBlocks : public testing::TestWithParam<std::tuple<unsigned, unsigned long>> {};
+struct RawCase {
+  unsigned bits;
+  unsigned long e;
+  bool unreduced;  // coefficient q^-1 mod p plus p: the engine's CRT declines it
+};
+class RawBlocks : public testing::TestWithParam<RawCase> {};
 
 INSTANTIATE_TEST_SUITE_P(KeySizes, RawBlocks,
-                         testing::Values(std::make_tuple(1024u, 65537ul),
-                                         std::make_tuple(1024u, 3ul),
-                                         std::make_tuple(1023u, 65537ul),
-                                         std::make_tuple(768u, 65537ul),
-                                         std::make_tuple(516u, 3ul)));
+                         testing::Values(RawCase{1024, 65537, false}, RawCase{1024, 3, false},
+                                         RawCase{1023, 65537, false}, RawCase{768, 65537, false},
+                                         RawCase{516, 3, false}, RawCase{1000, 65537, true}));
 
-// Random inputs below n (zero top byte) through both raw operations on every path.
+// Random inputs below n and inputs that are 0 modulo a prime or sit at the ends of the
+// range (0, 1, 2, p, q, n - p, n - q, n - 1) through both raw operations on every path.
 TEST_P(RawBlocks, MatchOpenSslWithoutPadding) {
-  auto [bits, e] = GetParam();
-  Keys k = hylorn_test::make_keys(bits, e);
-  std::mt19937 rng(bits);
-  const u32 len = (bits + 7) / 8;
-  for (hylorn::MontPath path : hylorn_test::mont_paths()) {
-    hylorn_test::MontPathScope scope(path);
-    for (int r = 0; r < 4; ++r) {
-      Bytes in = hylorn_test::random_bytes(rng, len), out(128, 0xEE);
-      in[0] = 0;
+  const RawCase c = GetParam();
+  Keys k = make_keys(c.bits, c.e);
+  Bn n = bn_of(k.priv.modulus, 128), p = bn_of(k.priv.prime[0], 64), q = bn_of(k.priv.prime[1], 64);
+  if (c.unreduced) {  // 500-bit primes: qInv + p still fits its field
+    Bn coefficient = bn_of(k.priv.coefficient, 64);
+    BN_add(coefficient.get(), coefficient.get(), p.get());
+    BN_bn2binpad(coefficient.get(), k.priv.coefficient, 64);
+  }
+  const u32 len = (c.bits + 7) / 8;
+  std::mt19937 rng(c.bits);
+  std::vector<Bytes> inputs;
+  for (int r = 0; r < 4; ++r) inputs.push_back(random_bytes(rng, len)), inputs.back()[0] = 0;
+  std::vector<Bn> edges;
+  for (unsigned long w : {0ul, 1ul, 2ul}) edges.push_back(bn_word(w));
+  for (const BIGNUM* x : std::initializer_list<const BIGNUM*>{p.get(), q.get(), BN_value_one()}) {
+    edges.emplace_back(BN_dup(x));
+    edges.push_back(new_bn());
+    BN_sub(edges.back().get(), n.get(), x);
+  }
+  for (const Bn& x : edges)
+    inputs.emplace_back(len), BN_bn2binpad(x.get(), inputs.back().data(), int(len));
+  for (hylorn::MontPath path : mont_paths()) {
+    MontPathScope scope(path);
+    for (const Bytes& in : inputs) {
+      Bytes out(128, 0xEE);
       u32 out_len = 0;
       ASSERT_EQ(hylorn::RSA_Public_Block(out.data(), &out_len, in.data(), len, &k.pub), 0u);
       ASSERT_EQ(out_len, len);
       out.resize(len);
-      EXPECT_EQ(out, hylorn_test::openssl_encrypt(k.pkey.get(), in, RSA_NO_PADDING));
-      EXPECT_EQ(private_block(k.priv, in), openssl_raw_private(k, in));
+      EXPECT_EQ(out, openssl_encrypt(k.pkey.get(), in, RSA_NO_PADDING)) << to_hex(in);
+      EXPECT_EQ(private_block(k.priv, in), openssl_raw_private(k, in)) << to_hex(in);
     }
-  }
-}
-
-// Inputs that are 0 modulo a prime or sit at the ends of the range take the edge cases
-// of every path's reductions.
-TEST(RsaPrivateBlock, InputsAtTheEdgesOnEveryPath) {
-  const Keys& k = key1024();
-  using hylorn_test::field_bn;
-  hylorn_test::Bn n = field_bn(k.priv.modulus, 128), p = field_bn(k.priv.prime[0], 64),
-                  q = field_bn(k.priv.prime[1], 64), one = hylorn_test::bn_word(1);
-  std::vector<hylorn_test::Bn> inputs;
-  for (unsigned long w : {0ul, 1ul, 2ul}) inputs.push_back(hylorn_test::bn_word(w));
-  for (const BIGNUM* x : {p.get(), q.get(), one.get()}) {
-    inputs.emplace_back(BN_dup(x));
-    inputs.push_back(hylorn_test::new_bn());
-    BN_sub(inputs.back().get(), n.get(), x);  // n - p, n - q, n - 1
-  }
-  for (hylorn::MontPath path : hylorn_test::mont_paths()) {
-    hylorn_test::MontPathScope scope(path);
-    for (const auto& x : inputs) {
-      Bytes in(128);
-      BN_bn2binpad(x.get(), in.data(), 128);
-      EXPECT_EQ(private_block(k.priv, in), openssl_raw_private(k, in)) << hylorn_test::to_hex(in);
-    }
-  }
-}
-
-// A coefficient of q^-1 mod p plus p is no longer reduced: the engine's CRT declines it
-// and the general steps must give the same result.
-TEST(RsaPrivateBlock, UnreducedCoefficientGivesTheSameResult) {
-  Keys k = hylorn_test::make_keys(1000);  // 500-bit primes: qInv + p still fits its field
-  RSA_PRIVATE_KEY odd = k.priv;
-  hylorn_test::Bn c = hylorn_test::field_bn(odd.coefficient, 64);
-  BN_add(c.get(), c.get(), hylorn_test::field_bn(odd.prime[0], 64).get());
-  BN_bn2binpad(c.get(), odd.coefficient, 64);
-  std::mt19937 rng(1000);
-  for (int r = 0; r < 3; ++r) {
-    Bytes in = hylorn_test::random_bytes(rng, 125);
-    in[0] = 0;
-    EXPECT_EQ(private_block(odd, in), openssl_raw_private(k, in));
   }
 }
 
@@ -118,27 +97,27 @@ TEST(RsaPkcs1, OpenSslReadsOurBlocksAndWeReadTheirs) {
   std::mt19937 rng(11);
   for (u32 n : {0u, 1u, 36u, 117u}) {
     SCOPED_TRACE(n);
-    Bytes data = hylorn_test::random_bytes(rng, n), out(128), back(128);
+    Bytes data = random_bytes(rng, n), out(128), back(128);
     u32 out_len = 0, back_len = 0;
     auto opened = [&] { return Bytes(back.begin(), back.begin() + back_len); };
     ASSERT_EQ(hylorn::RSA_Private_Encrypt(out.data(), &out_len, data.data(), n, &k.priv), 0u);
-    EXPECT_EQ(hylorn_test::openssl_recover(pkey, out, RSA_PKCS1_PADDING), data);
+    EXPECT_EQ(openssl_recover(pkey, out, RSA_PKCS1_PADDING), data);
     ASSERT_EQ(hylorn::RSA_Public_Decrypt(back.data(), &back_len, out.data(), out_len, &k.pub), 0u);
     EXPECT_EQ(opened(), data);
 
     ASSERT_EQ(hylorn::RSA_Public_Encrypt(out.data(), &out_len, data.data(), n, &k.pub,
                                          hylorn::module_random_state()),
               0u);
-    EXPECT_EQ(hylorn_test::openssl_decrypt(pkey, out), data);
+    EXPECT_EQ(openssl_decrypt(pkey, out), data);
     ASSERT_EQ(hylorn::RSA_Private_Decrypt(back.data(), &back_len, out.data(), out_len, &k.priv),
               n == 0 ? kErrData : 0u);
     if (n == 0) continue;
     EXPECT_EQ(opened(), data);
 
-    Bytes theirs = hylorn_test::openssl_sign_block(pkey, data);
+    Bytes theirs = openssl_sign_block(pkey, data);
     ASSERT_EQ(hylorn::RSA_Public_Decrypt(back.data(), &back_len, theirs.data(), 128, &k.pub), 0u);
     EXPECT_EQ(opened(), data);
-    theirs = hylorn_test::openssl_encrypt(pkey, data);
+    theirs = openssl_encrypt(pkey, data);
     ASSERT_EQ(hylorn::RSA_Private_Decrypt(back.data(), &back_len, theirs.data(), 128, &k.priv), 0u);
     EXPECT_EQ(opened(), data);
   }
@@ -201,7 +180,6 @@ Bytes block_of(std::initializer_list<Bytes> parts) {
   for (const Bytes& p : parts) b.insert(b.end(), p.begin(), p.end());
   return b;
 }
-
 // Recovered blocks made into inputs with OpenSSL's raw inverse operation, then opened by
 // our operation and its wrapper: the status and the length stored (kept = *outLen left
 // as it was: fewer than 8 padding bytes are refused after it is set).
@@ -233,7 +211,7 @@ TEST(RsaPkcs1, OpeningChecksEveryPartOfTheBlock) {
   for (const auto& c : cases) {
     SCOPED_TRACE(c.name);
     Bytes in = c.type1 ? openssl_raw_private(k, c.block)
-                       : hylorn_test::openssl_encrypt(k.pkey.get(), c.block, RSA_NO_PADDING);
+                       : openssl_encrypt(k.pkey.get(), c.block, RSA_NO_PADDING);
     ASSERT_EQ(in.size(), 128u);
     Bytes out(128, 0xEE);
     u32 out_len = kept;

@@ -16,7 +16,6 @@ namespace {
 using hylorn::RSA_PRIVATE_KEY;
 using hylorn::RSA_PUBLIC_KEY;
 using hylorn::u32;
-using hylorn::u8;
 using namespace keys_test;
 
 Bytes sequence_of_integers(const std::vector<Bytes>& values) {
@@ -48,8 +47,8 @@ Bytes written_back(const Bytes& der, u32 (*decode)(const u8*, u32, Record*),
   Record record;
   Bytes back(HYLORN_PRIKEY_DER_SIZE);
   u32 backLen = 0;
-  if (decode(der.data(), u32(der.size()), &record) != 0) return {};
-  if (encode(&record, back.data(), &backLen) != 0) return {};
+  if (decode(der.data(), u32(der.size()), &record) || encode(&record, back.data(), &backLen))
+    return {};
   back.resize(backLen);
   return back;
 }
@@ -92,7 +91,6 @@ TEST_P(OpenSslKeys, ReadFieldByFieldWrittenBackAndPrefixesRefused) {
             to_hex(pub));
   EXPECT_EQ(to_hex(written_back(pri, hylorn::d2c_RSA_PRIVATE_KEY, hylorn::c2d_RSA_PRIVATE_KEY)),
             to_hex(pri));
-
   for (u32 len = 0; len < pri.size(); ++len) {
     RSA_PRIVATE_KEY pri_key;
     RSA_PUBLIC_KEY pub_key;
@@ -106,22 +104,6 @@ TEST_P(OpenSslKeys, ReadFieldByFieldWrittenBackAndPrefixesRefused) {
 
 INSTANTIATE_TEST_SUITE_P(Sizes, OpenSslKeys, ::testing::Values(512u, 768u, 1024u));
 
-// bits of a public key is a size class: moduli up to 64 bytes read as 512, longer ones as
-// 1024, and a sign byte does not count.
-TEST(PublicKey, BitsIsASizeClass) {
-  const struct {
-    Bytes modulus;
-    u32 bits;
-  } cases[] = {{number(1), 512},         {number(64), 512},        {number(64, true), 512},
-               {number(65), 1024},       {number(65, true), 1024}, {number(128), 1024},
-               {number(128, true), 1024}};
-  for (const auto& c : cases) {
-    Info info;
-    ASSERT_EQ(info.read(false, sequence_of_integers({c.modulus, {0x03}})), 0) << c.modulus.size();
-    EXPECT_EQ(info.bits, c.bits) << c.modulus.size();
-  }
-}
-
 // Each field one byte longer than its place (a sign byte aside) is refused, leaving
 // nothing of the record filled; at its width it fits.
 template <class Record>
@@ -130,13 +112,11 @@ void check_field_widths(u32 (*decode)(const u8*, u32, Record*), std::vector<std:
   for (std::size_t field = 0; field < widths.size(); ++field) {
     for (std::size_t extra : {0u, 1u}) {
       std::vector<Bytes> values = leading;
-      for (std::size_t i = 0; i < widths.size(); ++i) {
+      for (std::size_t i = 0; i < widths.size(); ++i)
         values.push_back(i != field ? number(widths[i]) : number(widths[i] + extra, true));
-      }
       const Bytes der = sequence_of_integers(values);
       Record key;
-      EXPECT_EQ(decode(der.data(), u32(der.size()), &key), u32(extra))
-          << "field " << field << " extra " << extra;
+      EXPECT_EQ(decode(der.data(), u32(der.size()), &key), u32(extra)) << field << " " << extra;
       EXPECT_TRUE(extra == 0 || all_zero(key)) << "field " << field;
     }
   }
@@ -148,31 +128,43 @@ TEST(KeyFields, LongerThanTheirPlaceAreRefused) {
 }
 
 // Shapes the readers accept or refuse. The private key's version is skipped unread; a
-// public key may carry more after its exponent; a negative length never reads.
+// public key may carry more after its exponent; a negative length never reads. bits of a
+// public key is a size class: moduli up to 64 bytes read as 512, longer ones as 1024, and
+// a sign byte does not count.
 const std::string kSeven = "02 01 02 02 01 03 02 01 04 02 01 05 02 01 06 02 01 07 02 01 08 ";
 const std::string kPrivate = "30 1b 02 01 00 " + kSeven + "02 01 09";
+std::string public_with(const Bytes& modulus) {
+  return to_hex(sequence_of_integers({modulus, {0x03}}));
+}
 
 TEST(KeyShapes, AcceptedOrRefused) {
   const struct {
     bool priv;
     std::string der;
     int result;
+    u32 bits;
   } cases[] = {
-      {true, kPrivate, 0},
-      {true, "30 1b 02 01 07 " + kSeven + "02 01 09", 0},   // any version number
-      {true, "30 1b 04 01 ff " + kSeven + "02 01 09", 0},   // version not even an INTEGER
-      {true, "30 18 02 01 00 " + kSeven, -1},               // eight components
-      {true, "30 1b 02 01 00 " + kSeven + "04 01 09", -1},  // a field not an INTEGER
-      {false, "30 06 02 01 65 02 01 03", 0},
-      {false, "30 09 02 01 65 02 01 03 05 01 00", 0},  // a third component
-      {false, "30 03 02 01 65", -1},                   // no exponent
-      {false, "30 06 02 01 65 04 01 03", -1},          // exponent not an INTEGER
-      {false, "30 06 02 01 65 02 01 03 00", -1},       // trailing byte
-      {false, "", -1},
+      {true, kPrivate, 0, 1024},
+      {true, "30 1b 02 01 07 " + kSeven + "02 01 09", 0, 1024},  // any version number
+      {true, "30 1b 04 01 ff " + kSeven + "02 01 09", 0, 1024},  // version not even an INTEGER
+      {true, "30 18 02 01 00 " + kSeven, -1, 0},                 // eight components
+      {true, "30 1b 02 01 00 " + kSeven + "04 01 09", -1, 0},    // a field not an INTEGER
+      {false, "30 06 02 01 65 02 01 03", 0, 512},
+      {false, "30 09 02 01 65 02 01 03 05 01 00", 0, 512},  // a third component
+      {false, "30 03 02 01 65", -1, 0},                     // no exponent
+      {false, "30 06 02 01 65 04 01 03", -1, 0},            // exponent not an INTEGER
+      {false, "30 06 02 01 65 02 01 03 00", -1, 0},         // trailing byte
+      {false, "", -1, 0},
+      {false, public_with(number(64)), 0, 512},
+      {false, public_with(number(64, true)), 0, 512},
+      {false, public_with(number(65)), 0, 1024},
+      {false, public_with(number(65, true)), 0, 1024},
+      {false, public_with(number(128, true)), 0, 1024},
   };
   for (const auto& c : cases) {
     Info info;
     EXPECT_EQ(info.read(c.priv, from_hex(c.der)), c.result) << c.der;
+    EXPECT_EQ(info.bits, c.bits) << c.der;
     EXPECT_EQ(info.read(c.priv, from_hex(c.der), -1), -1) << c.der;
   }
 }

@@ -20,20 +20,19 @@ constexpr unsigned kUnwritten = 0xDEADBEEF;
 
 // Outputs of one call, pre-filled so that untouched buffers show.
 struct PairOut {
-  Bytes pub = Bytes(HYLORN_PUBKEY_DER_SIZE, kSentinel);
-  Bytes pri = Bytes(HYLORN_PRIKEY_DER_SIZE, kSentinel);
-  unsigned pubLen = kUnwritten;
-  unsigned priLen = kUnwritten;
+  Bytes pub = Bytes(HYLORN_PUBKEY_DER_SIZE, kSentinel),
+        pri = Bytes(HYLORN_PRIKEY_DER_SIZE, kSentinel);
+  unsigned pubLen = kUnwritten, priLen = kUnwritten;
   bool operator==(const PairOut&) const = default;
-
   unsigned generate(const std::string& name) {
     return Crypt_GenRSAKeyPair(name.c_str(), 0, pub.data(), &pubLen, pri.data(), &priLen);
   }
-  static Bytes head(const Bytes& b, unsigned n) {
-    return Bytes(b.begin(), b.begin() + std::min<std::size_t>(n, b.size()));
+  Bytes pub_der() const {
+    return Bytes(pub.begin(), pub.begin() + std::min<std::size_t>(pubLen, pub.size()));
   }
-  Bytes pub_der() const { return head(pub, pubLen); }
-  Bytes pri_der() const { return head(pri, priLen); }
+  Bytes pri_der() const {
+    return Bytes(pri.begin(), pri.begin() + std::min<std::size_t>(priLen, pri.size()));
+  }
   // Both halves load in OpenSSL and belong together.
   bool halves_match() const {
     const EvpKey a = load_private_der(pri_der()), b = load_public_der(pub_der());
