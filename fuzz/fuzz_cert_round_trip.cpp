@@ -36,6 +36,9 @@ struct Split {
 // that asks for it.
 Bytes re_encode(Split& split, Bytes* tbs) {
   split.tbs.versionPresent = 1;
+  // Nor does it write unique identifiers, which no caller output carries: an empty one
+  // reads, but the BIT STRING encoder refuses empty contents.
+  split.tbs.issuerUniqueIDPresent = split.tbs.subjectUniqueIDPresent = 0;
   tbs->assign(kTbsMaxSize, 0);
   u32 tbsLen = 0;
   check(c2d_USER_X509_TBS_CERT(&split.tbs, tbs->data(), &tbsLen) == 0);
