@@ -8,13 +8,10 @@ namespace {
 
 int g_countdown = 0;   // > 0: the call that brings it to 0 fails
 bool g_fired = false;
-bool g_counting = false;
-int g_count = 0;
 
 }  // namespace
 
 extern "C" void* __wrap_malloc(std::size_t size) {
-  if (g_counting) ++g_count;
   if (g_countdown > 0 && --g_countdown == 0) {
     g_fired = true;
     return nullptr;
@@ -23,13 +20,6 @@ extern "C" void* __wrap_malloc(std::size_t size) {
 }
 
 namespace hylorn_test {
-
-MallocCounter::MallocCounter() {
-  g_count = 0;
-  g_counting = true;
-}
-MallocCounter::~MallocCounter() { g_counting = false; }
-int MallocCounter::count() const { return g_count; }
 
 FailNthMalloc::FailNthMalloc(int n) {
   g_fired = false;
