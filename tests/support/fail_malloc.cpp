@@ -6,7 +6,7 @@ extern "C" void* __real_malloc(std::size_t size);
 
 namespace {
 
-int g_countdown = 0;   // > 0: the call that brings it to 0 fails
+int g_countdown = 0;  // > 0: the call that brings it to 0 fails
 bool g_fired = false;
 
 }  // namespace
@@ -25,7 +25,11 @@ FailNthMalloc::FailNthMalloc(int n) {
   g_fired = false;
   g_countdown = n;
 }
-FailNthMalloc::~FailNthMalloc() { g_countdown = 0; }
-bool FailNthMalloc::fired() const { return g_fired; }
+FailNthMalloc::~FailNthMalloc() {
+  g_countdown = 0;
+}
+bool FailNthMalloc::fired() const {
+  return g_fired;
+}
 
 }  // namespace hylorn_test
