@@ -220,10 +220,12 @@ TEST(Decode, MissingTableAndNullElement) {
 // many is refused as well. Each runs in a heap buffer of exactly its size.
 TEST(Decode, EveryTruncatedPrefixFailsCleanly) {
   asn1_test::load_test_bmp_table();
-  Bytes long_integer = from_hex("02 81 80");
+  Bytes long_integer = from_hex("02 81 80"), long_octets = from_hex("04 82 01 00");
   long_integer.resize(3 + 128, 0x31);
+  long_octets.resize(4 + 256, 0x32);
   std::vector<std::pair<std::string, Bytes>> wholes = {
       {"Integer", long_integer},
+      {"OctetString", long_octets},
       {"OctetString", from_hex("04 80")},
       {"BitString", from_hex("03 81 01 00")},
       {"BMPString", from_hex("1e 81 03 00 41 00")},
