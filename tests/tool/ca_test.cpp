@@ -102,7 +102,7 @@ TEST_F(CaTest, ChainOfThreeAgreesWithOpenSSLAndCerttool) {
     names.says.push_back("\n    " + subject.substr(at, end - at) + "\n");
   }
   const std::string trust =
-      "openssl verify -auth_level 0 -CAfile %root/ca.pem -untrusted %inter.pem";
+      "openssl verify -auth_level 0 -check_ss_sig -CAfile %root/ca.pem -untrusted %inter.pem";
   const std::string crls = " -crl_check_all -CRLfile %inter.crl -CRLfile %root.crl";
   // clang-format off
   script({
@@ -347,7 +347,7 @@ TEST_F(CaTest, RefusalsLeaveTheAuthorityAlone) {
       {"ca issue %root -i %user.req --not-before 2027", 1, {"not a time"}},
       {"ca issue %root -i %user.req --not-before 20300101000000 --not-after 20290101000000", 1,
        {"--not-after must be after --not-before"}},
-      {"ca issue %root -i %user.req --pathlen 1", 1, {"only a CA certificate"}},
+      {"ca issue %root -i %user.req --pathlen 0", 1, {"only a CA certificate"}},
       {"ca issue %root -i %user.req --key-usage everything", 1, {"\"everything\": unknown"}},
       {"ca issue %root -i %user.req --policy 1.x", 1, {"\"1.x\": not a dotted number"}},
       {"ca issue %root -i %user.req --subj /CN=x", 1, {"not both"}},
