@@ -81,20 +81,19 @@ Decoded list(u32 total, const u8* der) {
     if (head != sentinel) d.nodes.push_back(hylorn_test::bytes_of("<list written>"));
     return d;
   }
-  for (const auto* n = head; n != nullptr; n = n->next) {
+  for (const auto* n = head; n != nullptr; n = n->next)
     d.nodes.emplace_back(n->value.data, n->value.data + n->value.length);
-  }
   hylorn::free_ASN1_SEQUENCE(head);
   return d;
 }
 
+// clang-format off
 const Decoder kDecoders[] = {
     {"Integer", 112, 0x02, "02 03 00 80 00", contents<hylorn::ASN1_Decode_Integer>},
     {"Boolean", 114, 0x01, "01 01 ff", boolean},
     {"BitString", 106, 0x03, "03 03 07 ff 80", bit_string},
     {"Object", 104, 0x06, "06 03 55 04 03", object},
-    {"OctetString", 120, 0x04, "04 84 00 00 00 02 aa bb",
-     contents<hylorn::ASN1_Decode_Octet_String>},
+    {"OctetString", 120, 0x04, "04 84 00 00 00 02 aa bb", contents<hylorn::ASN1_Decode_Octet_String>},
     {"PrintableString", 116, 0x13, "13 02 41 42", contents<hylorn::ASN1_Decode_PrintableString>},
     {"T61String", 226, 0x14, "14 83 00 00 02 41 42", contents<hylorn::ASN1_Decode_T61String>},
     {"IA5String", 118, 0x16, "16 02 41 42", contents<hylorn::ASN1_Decode_IA5String>},
@@ -106,6 +105,7 @@ const Decoder kDecoders[] = {
     {"Sequence", 108, 0x30, "30 06 02 01 05 04 01 41", list<hylorn::ASN1_Decode_Sequence>},
     {"Set", 110, 0x31, "31 06 04 01 41 02 01 05", list<hylorn::ASN1_Decode_Set>},
 };
+// clang-format on
 
 DATA_BUFFER view(const Bytes& c) {
   return DATA_BUFFER{u32(c.size()), const_cast<u8*>(c.data())};
@@ -144,9 +144,8 @@ const Encoder kEncoders[] = {
 
 template <class T>
 const T& find(std::span<const T> all, std::string_view name) {
-  for (const T& x : all) {
+  for (const T& x : all)
     if (name == x.name) return x;
-  }
   throw std::invalid_argument("no coder " + std::string(name));
 }
 
@@ -158,26 +157,20 @@ std::span<const Decoder> decoders() {
 const Decoder& decoder(std::string_view name) {
   return find(decoders(), name);
 }
-
-Decoded decode_exact(const Decoder& d, const Bytes& der) {
-  std::unique_ptr<u8[]> copy(new u8[der.size()]);
-  std::copy(der.begin(), der.end(), copy.get());
-  return d.run(u32(der.size()), copy.get());
-}
-
 std::span<const Encoder> encoders() {
   return kEncoders;
 }
 
-Encoded encode(const Encoder& e, const Bytes& contents) {
-  DATA_BUFFER out{0, nullptr};
-  Encoded r;
-  r.result = e.run(contents, &out);
-  r.der = take(&out);
-  return r;
+Decoded decode_exact(std::string_view name, const Bytes& der) {
+  std::unique_ptr<u8[]> copy(new u8[der.size()]);
+  std::copy(der.begin(), der.end(), copy.get());
+  return decoder(name).run(u32(der.size()), copy.get());
 }
-Encoded encode(std::string_view name, const Bytes& contents) {
-  return encode(find(encoders(), name), contents);
+
+std::pair<u32, Bytes> encode(std::string_view name, const Bytes& contents) {
+  DATA_BUFFER out{0, nullptr};
+  const u32 result = find(encoders(), name).run(contents, &out);
+  return {result, take(&out)};
 }
 
 void load_test_bmp_table() {

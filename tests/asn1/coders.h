@@ -1,4 +1,4 @@
-// Uniform handles on the DER coders, so that one table of cases can run through every
+// Uniform handles on the DER coders, so that one table of cases runs through every
 // decoder or encoder: each adapter frees what the coder returned and hands back copies.
 #pragma once
 
@@ -7,7 +7,6 @@
 #include <vector>
 
 #include "frame/buffer.h"
-#include "frame/types.h"
 #include "support/hex.h"
 
 namespace asn1_test {
@@ -30,32 +29,22 @@ struct Decoder {
   const char* sample;  // a valid element, in hex
   Decoded (*run)(hylorn::u32 total, const hylorn::u8* der);
 };
-
 std::span<const Decoder> decoders();
 const Decoder& decoder(std::string_view name);
 
-// Runs the decoder on a heap copy of der of exactly der.size() bytes, so that any read
-// past the end is caught by AddressSanitizer.
-Decoded decode_exact(const Decoder& d, const Bytes& der);
-inline Decoded decode_exact(std::string_view name, const Bytes& der) {
-  return decode_exact(decoder(name), der);
-}
+// Runs the named decoder on a heap copy of der of exactly der.size() bytes, so that any
+// read past the end is caught by AddressSanitizer.
+Decoded decode_exact(std::string_view name, const Bytes& der);
 
-// The encoders that take a contents buffer (BIT STRING with 0 unused bits, explicit
-// tags with tag number 3).
+// The encoders that take a contents buffer (BIT STRING with 0 unused bits, explicit tags
+// with tag number 3): the result and the element.
 struct Encoder {
   const char* name;
   int func_no;
   hylorn::u32 (*run)(const Bytes& contents, hylorn::DATA_BUFFER* out);
 };
 std::span<const Encoder> encoders();
-
-struct Encoded {
-  hylorn::u32 result = 1;
-  Bytes der;
-};
-Encoded encode(const Encoder& e, const Bytes& contents);
-Encoded encode(std::string_view name, const Bytes& contents);
+std::pair<hylorn::u32, Bytes> encode(std::string_view name, const Bytes& contents);
 
 // Loads a BMP table whose entry u is { (u >> 8) ^ 0x11, (u & 0xFF) ^ 0x22 }.
 void load_test_bmp_table();

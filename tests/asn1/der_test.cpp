@@ -1,5 +1,6 @@
-// The DER primitives: every type against OpenSSL at each length-octet boundary, the
-// special rules as known answers, the error entries of each step, and truncations.
+// The DER primitives and the SEQUENCE / SET lists: every type against OpenSSL at each
+// length-octet boundary, the special rules as known answers, the error entries of each
+// step, truncations, and each allocation failing in turn.
 #include "asn1/der.h"
 
 #include <gtest/gtest.h>
@@ -10,13 +11,14 @@
 #include <random>
 #include <string>
 
+#include "asn1/algorithm.h"
 #include "asn1/der_reader.h"
 #include "asn1/list.h"
 #include "coders.h"
 #include "frame/error.h"
 #include "hylorn.h"
+#include "support/alloc_failure.h"
 #include "support/error_list.h"
-#include "support/hex.h"
 #include "support/openssl_bytes.h"
 #include "support/random_bytes.h"
 
@@ -24,6 +26,8 @@ namespace {
 
 using namespace hylorn_test;
 using asn1_test::decode_exact;
+using asn1_test::encode;
+using hylorn::ASN1_SEQUENCE;
 using hylorn::DATA_BUFFER;
 using hylorn::u32;
 using hylorn::u8;
@@ -82,9 +86,7 @@ TEST(Primitives, MatchOpenSslAtEveryLengthBoundary) {
       const Bytes theirs = openssl_element(type, contents);
       ASSERT_FALSE(theirs.empty());
       if (has_encoder) {
-        const auto ours = asn1_test::encode(coder, contents);
-        ASSERT_EQ(ours.result, 0u);
-        EXPECT_EQ(to_hex(ours.der), to_hex(theirs));
+        EXPECT_EQ(encode(coder, contents), std::pair(0u, theirs));
       }
       const auto back = decode_exact(coder, theirs);
       ASSERT_EQ(back.result, 0u);
@@ -96,12 +98,12 @@ TEST(Primitives, MatchOpenSslAtEveryLengthBoundary) {
 
 // Guards the 3- and 4-octet lengths, which no element above reaches.
 TEST(Primitives, LongLengthOctetsWrittenAndReadBack) {
-  const std::pair<u32, const char*> cases[] = {
-      {16777215, "83 ff ff ff"}, {16777216, "84 01 00 00 00"}, {0xFFFFFFFFu, "84 ff ff ff ff"}};
-  for (auto [n, octets] : cases) {
+  for (auto [n, octets] : {std::pair{16777215u, "83 ff ff ff"},
+                           {16777216u, "84 01 00 00 00"},
+                           {0xFFFFFFFFu, "84 ff ff ff ff"}}) {
     u8 buf[8] = {};
     const u8* end = hylorn::write_length_octets(buf + 1, n);
-    EXPECT_EQ(to_hex(buf + 1, std::size_t(end - buf - 1)), to_hex(from_hex(octets))) << n;
+    EXPECT_EQ(Bytes(&buf[1], &buf[end - buf]), from_hex(octets)) << n;
     hylorn::DerHeader h{};
     ASSERT_EQ(hylorn::read_length_octets(u32(end - buf), buf, &h), hylorn::DerLength::kOk);
     EXPECT_EQ(h.length, n);
@@ -111,21 +113,18 @@ TEST(Primitives, LongLengthOctetsWrittenAndReadBack) {
 
 // One element through one decoder: its contents and extra (unused bits, tag number,
 // BOOLEAN value, the untouched oidValue 77), or, for value nullptr, the one entry it is
-// refused with.
-struct DecodeCase {
-  const char* decoder;
-  const char* der;
-  const char* value;
-  unsigned extra = 0;
-  int err_no = 0;
-  const char* msg = nullptr;
-};
-
-// Guards the special rules of each decoder, and that it empties the list on entry.
+// refused with. Guards the special rules of each decoder, and that it empties the list
+// on entry.
 TEST(Decode, SpecialContents) {
   asn1_test::load_test_bmp_table();
+  struct Case {
+    const char *decoder, *der, *value;
+    unsigned extra = 0;
+    int err_no = 0;
+    const char* msg = nullptr;
+  };
   // clang-format off
-  const DecodeCase cases[] = {
+  const Case cases[] = {
       // INTEGER drops exactly one leading zero, and only from two octets or more.
       {"Integer", "02 03 00 80 00", "80 00"}, {"Integer", "02 01 00", "00"},
       {"Integer", "02 02 00 00", "00"}, {"Integer", "02 01 80", "80"}, {"Integer", "02 00", ""},
@@ -154,18 +153,17 @@ TEST(Decode, SpecialContents) {
       {"BMPString", "1e 00", ""}, {"BMPString", "1e 03 00 41 00", "41"},
       {"BMPString", "1e 01 4e", ""}};
   // clang-format on
-  for (const auto& c : cases) {
+  for (const Case& c : cases) {
     SCOPED_TRACE(std::string(c.decoder) + " " + c.der);
-    const auto& d = asn1_test::decoder(c.decoder);
     hylorn::Crypt_Put_Err(1, 1, "left by an earlier call");
-    const auto r = decode_exact(d, from_hex(c.der));
+    const auto r = decode_exact(c.decoder, from_hex(c.der));
     if (c.value == nullptr) {
       EXPECT_EQ(r.result, 1u);
-      EXPECT_EQ(read_errors(), (Entries{{d.func_no, c.err_no, c.msg}}));
+      EXPECT_EQ(read_errors(), (Entries{{asn1_test::decoder(c.decoder).func_no, c.err_no, c.msg}}));
       continue;
     }
     ASSERT_EQ(r.result, 0u) << ::testing::PrintToString(read_errors());
-    EXPECT_EQ(to_hex(r.value), to_hex(from_hex(c.value)));
+    EXPECT_EQ(r.value, from_hex(c.value));
     EXPECT_EQ(r.extra, c.extra);
     EXPECT_TRUE(read_errors().empty());
   }
@@ -181,7 +179,7 @@ TEST(Decode, EachHeaderStepHasItsEntry) {
     const char* tag_msg = kTT;
     const char* octets_msg = kDL;
   };
-  const std::pair<const char*, Steps> unusual[] = {
+  const std::pair<std::string, Steps> unusual[] = {
       {"Object", {{1, 2, 3, 4, 5}, kTTE, "data too length"}},
       {"ExplicitTag", {{1, 2, 4, 5, 6}}},
       {"ExplicitTagP", {{1, 2, 4, 5, 6}}},
@@ -189,20 +187,16 @@ TEST(Decode, EachHeaderStepHasItsEntry) {
       {"Set", {{1, 2, 3, 4, 5}, kTTE}}};
   for (const auto& d : asn1_test::decoders()) {
     Steps s;
-    for (const auto& [name, steps] : unusual) {
-      if (name == std::string(d.name)) s = steps;
-    }
+    for (const auto& [name, steps] : unusual)
+      if (name == d.name) s = steps;
     const u8 t = d.tag;
-    const Bytes elements[] = {{t},
-                              from_hex("05 01 00"),
-                              {t, 0x85, 0, 0, 0, 0, 1, 0xAA},
-                              {t, 0x81, 2, 0xAA},
-                              {t, 1, 0xAA, 0xBB}};
+    const Bytes elements[] = {
+        {t}, {5, 1, 0}, {t, 0x85, 0, 0, 0, 0, 1, 0xAA}, {t, 0x81, 2, 0xAA}, {t, 1, 0xAA, 0xBB}};
     const char* msgs[] = {kL2, s.tag_msg, s.octets_msg, kDL, kDL};
     for (int step = 0; step < 5; ++step) {
-      SCOPED_TRACE(std::string(d.name) + " " + to_hex(elements[step]));
-      EXPECT_EQ(decode_exact(d, elements[step]).result, 1u);
-      EXPECT_EQ(read_errors(), (Entries{{d.func_no, s.err_no[step], msgs[step]}}));
+      EXPECT_EQ(decode_exact(d.name, elements[step]).result, 1u);
+      EXPECT_EQ(read_errors(), (Entries{{d.func_no, s.err_no[step], msgs[step]}}))
+          << d.name << " " << to_hex(elements[step]);
     }
   }
 }
@@ -220,79 +214,83 @@ TEST(Decode, MissingTableAndNullElement) {
   EXPECT_EQ(read_errors(), (Entries{{223, 1, kL2}}));
 }
 
-Bytes with_contents(const char* header, std::size_t n) {
-  Bytes der = from_hex(header);
-  for (std::size_t i = 0; i < n; ++i) der.push_back(u8(0x31 + i % 40));
-  return der;
-}
-
 // Guards every length check against reading outside the element: each decoder's sample
 // and the long forms, 0x80 lengths and nested components, cut at every length, fail
 // with "less than 2" while the minimum is missing and "data length" after; one byte too
 // many is refused as well. Each runs in a heap buffer of exactly its size.
 TEST(Decode, EveryTruncatedPrefixFailsCleanly) {
   asn1_test::load_test_bmp_table();
-  // clang-format off
-  std::vector<std::pair<const char*, Bytes>> wholes = {
-      {"Integer", with_contents("02 81 80", 128)}, {"OctetString", from_hex("04 80")},
-      {"OctetString", with_contents("04 82 01 00", 256)}, {"BitString", from_hex("03 81 01 00")},
-      {"BMPString", from_hex("1e 81 03 00 41 00")}, {"ExplicitTagP", from_hex("a0 80")},
+  Bytes long_integer = from_hex("02 81 80"), long_octets = from_hex("04 82 01 00");
+  long_integer.resize(3 + 128, 0x31);
+  long_octets.resize(4 + 256, 0x32);
+  std::vector<std::pair<std::string, Bytes>> wholes = {
+      {"Integer", long_integer},
+      {"OctetString", long_octets},
+      {"OctetString", from_hex("04 80")},
+      {"BitString", from_hex("03 81 01 00")},
+      {"BMPString", from_hex("1e 81 03 00 41 00")},
+      {"ExplicitTagP", from_hex("a0 80")},
       {"Sequence", from_hex("30 0a 04 81 05 01 02 03 04 05 05 00")},
-      {"Sequence", from_hex("30 81 06 02 01 05 04 01 41")},
       {"Sequence", from_hex("30 84 00 00 00 05 30 03 02 01 07")}};
-  // clang-format on
   for (const auto& d : asn1_test::decoders()) wholes.emplace_back(d.name, from_hex(d.sample));
   for (const auto& [name, whole] : wholes) {
-    const auto& d = asn1_test::decoder(name);
-    ASSERT_EQ(decode_exact(d, whole).result, 0u) << to_hex(whole);
-    const std::size_t too_short = std::string(name) == "Boolean" ? 3 : 2;
+    ASSERT_EQ(decode_exact(name, whole).result, 0u) << to_hex(whole);
     Bytes longer = whole;
     longer.push_back(0);
     for (std::size_t n = 0; n <= longer.size(); ++n) {
       if (n == whole.size()) continue;  // the element itself
       const Bytes cut(longer.begin(), longer.begin() + n);
-      SCOPED_TRACE(to_hex(cut));
-      EXPECT_EQ(decode_exact(d, cut).result, 1u);
+      EXPECT_EQ(decode_exact(name, cut).result, 1u) << to_hex(cut);
       const auto entries = read_errors();
-      ASSERT_EQ(entries.size(), 1u);
-      EXPECT_EQ(entries[0].func_no, d.func_no);
-      EXPECT_EQ(entries[0].msg, n < too_short ? kL2 : kDL);
+      ASSERT_EQ(entries.size(), 1u) << to_hex(cut);
+      EXPECT_EQ(entries[0].func_no, asn1_test::decoder(name).func_no);
+      EXPECT_EQ(entries[0].msg, n < (name == "Boolean" ? 3u : 2u) ? kL2 : kDL) << to_hex(cut);
     }
   }
+}
+
+// Runs f(&out), frees out and gives the result with the element written.
+template <class F>
+std::pair<u32, std::string> freeing(F f) {
+  DATA_BUFFER out{0, nullptr};
+  const u32 r = f(&out);
+  const std::string der = to_hex(out.data, out.length);
+  hylorn::free_DATA_BUFFER(&out);
+  return {r, der};
 }
 
 // Guards the INTEGER sign octet (never doubled, leading zeros kept), the BOOLEAN octets,
 // BIT STRING unused bits and the explicit tag number.
 TEST(Encode, SpecialContents) {
-  const std::pair<const char*, const char*> integers[] = {
-      {"00 80", "02 02 00 80"}, {"00 01", "02 02 00 01"}, {"00", "02 01 00"}};
-  for (auto [contents, der] : integers) {
-    EXPECT_EQ(to_hex(asn1_test::encode("Integer", from_hex(contents)).der), to_hex(from_hex(der)));
-  }
-  DATA_BUFFER out{0, nullptr};
-  for (auto [value, der] : {std::pair{0, "010100"}, {1, "0101ff"}, {0x05, "0101ff"}}) {
-    ASSERT_EQ(hylorn::ASN1_Encode_Boolean(u8(value), &out), 0u);
-    EXPECT_EQ(to_hex(out.data, out.length), der);
-    hylorn::free_DATA_BUFFER(&out);
-  }
+  for (auto [contents, der] :
+       {std::pair{"00 80", "02 02 00 80"}, {"00 01", "02 02 00 01"}, {"00", "02 01 00"}})
+    EXPECT_EQ(encode("Integer", from_hex(contents)), std::pair(0u, from_hex(der)));
+  for (auto [value, der] : {std::pair{0, "010100"}, {1, "0101ff"}, {0x05, "0101ff"}})
+    EXPECT_EQ(
+        freeing([v = value](DATA_BUFFER* o) { return hylorn::ASN1_Encode_Boolean(u8(v), o); }),
+        std::pair(0u, std::string(der)));
   u8 bits[] = {0xFF, 0x05, 0x00};
-  ASSERT_EQ(hylorn::ASN1_Encode_Bit_String({1, 3, bits}, &out), 0u);
-  EXPECT_EQ(to_hex(out.data, out.length), "030203ff");
-  hylorn::free_DATA_BUFFER(&out);
-  EXPECT_EQ(hylorn::ASN1_Encode_Bit_String({1, 8, bits}, &out), 1u);
+  EXPECT_EQ(freeing([&](DATA_BUFFER* o) {
+              return hylorn::ASN1_Encode_Bit_String({1, 3, bits}, o);
+            }),
+            std::pair(0u, std::string("030203ff")));
+  EXPECT_EQ(freeing([&](DATA_BUFFER* o) {
+              return hylorn::ASN1_Encode_Bit_String({1, 8, bits}, o);
+            }),
+            std::pair(1u, std::string()));
   EXPECT_EQ(read_errors(), (Entries{{105, 3, "unusedBits"}}));
-  for (u8 tag : {0, 1, 30}) {
-    ASSERT_EQ(hylorn::ASN1_Encode_Explicit_Tag({2, bits + 1}, tag, &out), 0u);
-    EXPECT_EQ(to_hex(out.data, out.length), to_hex(Bytes{u8(0xA0 | tag), 2, 5, 0}));
-    hylorn::free_DATA_BUFFER(&out);
-  }
+  for (u8 tag : {0, 1, 30})
+    EXPECT_EQ(freeing([&](DATA_BUFFER* o) {
+                return hylorn::ASN1_Encode_Explicit_Tag({2, bits + 1}, tag, o);
+              }),
+              std::pair(0u, to_hex(Bytes{u8(0xA0 | tag), 2, 5, 0})));
 }
 
 // Guards the refusal of empty contents, and of elements and lists past 2^32 - 1 bytes
 // before anything is read beyond the first byte.
 TEST(Encode, RefusesEmptyAndOverlongContents) {
   for (const auto& e : asn1_test::encoders()) {
-    EXPECT_EQ(asn1_test::encode(e, {}).result, 1u) << e.name;
+    EXPECT_EQ(encode(e.name, {}).first, 1u) << e.name;
     EXPECT_EQ(read_errors(), (Entries{{e.func_no, 1, "data length equal zero"}})) << e.name;
   }
   DATA_BUFFER out{0, nullptr};
@@ -308,12 +306,171 @@ TEST(Encode, RefusesEmptyAndOverlongContents) {
   EXPECT_EQ(hylorn::ASN1_Encode_Bit_String({0xFFFFFFF9u, 9, &byte}, &out), 1u);  // before bits
   EXPECT_EQ(read_errors(), (Entries{{105, 2, "data too length"}}));
   // Lists sum their values in 64 bits: two adding up past 2^32 are refused.
-  hylorn::ASN1_SEQUENCE second{nullptr, {0x80000000u, &byte}}, first{&second, {0x7FFFFFFFu, &byte}};
+  ASN1_SEQUENCE second{nullptr, {0x80000000u, &byte}}, first{&second, {0x80000000u, &byte}};
   EXPECT_EQ(hylorn::ASN1_Encode_Sequence(&first, &out), 1u);
   EXPECT_EQ(read_errors(), (Entries{{107, 2, "data too length"}}));
   EXPECT_EQ(hylorn::ASN1_Encode_Set(&first, &out), 1u);
   EXPECT_EQ(read_errors(), (Entries{{109, 2, "data too length"}}));
   EXPECT_EQ(out.data, nullptr);
+}
+
+// Guards the list header over the summed values at each length boundary, the list order
+// (SET components are not sorted) and empty values: OpenSSL writes the same header. The
+// list is built the way the field coders build theirs (new_ into the previous next).
+TEST(ListEncode, SameHeaderAsOpenSslAtEveryLengthBoundary) {
+  std::mt19937 rng(5);
+  for (auto [encoder, tag] : {std::pair{&hylorn::ASN1_Encode_Sequence, V_ASN1_SEQUENCE},
+                              {&hylorn::ASN1_Encode_Set, V_ASN1_SET}}) {
+    for (std::size_t first : {0u, 1u, 125u, 126u, 127u, 253u, 254u, 65533u, 65534u, 99999u}) {
+      const std::vector<Bytes> values =
+          first == 99999u ? std::vector<Bytes>{}
+                          : std::vector{from_hex("ff 00"), random_bytes(rng, first)};
+      ASN1_SEQUENCE* head = nullptr;
+      ASN1_SEQUENCE** slot = &head;
+      Bytes both;
+      for (const Bytes& v : values) {
+        EXPECT_EQ(hylorn::new_ASN1_SEQUENCE(slot), 0u);
+        EXPECT_EQ(hylorn::copy_DATA_BUFFER(&(*slot)->value, u32(v.size()), v.data()), 0u);
+        slot = &(*slot)->next;
+        both.insert(both.end(), v.begin(), v.end());
+      }
+      EXPECT_EQ(freeing([&, e = encoder](DATA_BUFFER* o) { return e(head, o); }),
+                std::pair(0u, to_hex(openssl_tlv(true, tag, V_ASN1_UNIVERSAL, both))))
+          << first;
+      hylorn::free_ASN1_SEQUENCE(head);
+    }
+  }
+}
+
+// Guards the split into whole components: long forms, 0x80, nesting, tags not examined,
+// and the empty SEQUENCE that ignores what follows it.
+TEST(ListDecode, GivesTheComponentsInOrder) {
+  // clang-format off
+  const std::tuple<const char*, const char*, std::vector<const char*>> cases[] = {
+      {"Sequence", "30 00", {}}, {"Sequence", "30 00 05 00", {}}, {"Set", "31 00 ff", {}},
+      {"Sequence", "30 80", {}}, {"Set", "31 03 ff 01 00", {"ff 01 00"}},
+      {"Set", "31 06 04 01 41 02 01 05", {"04 01 41", "02 01 05"}},
+      {"Sequence", "30 81 06 02 01 05 04 01 41", {"02 01 05", "04 01 41"}},
+      {"Sequence", "30 0a 04 81 05 01 02 03 04 05 05 00", {"04 81 05 01 02 03 04 05", "05 00"}},
+      {"Sequence", "30 04 04 80 05 00", {"04 80", "05 00"}},
+      {"Sequence", "30 05 30 03 02 01 07", {"30 03 02 01 07"}}};
+  // clang-format on
+  for (const auto& [decoder, der, nodes] : cases) {
+    const auto d = decode_exact(decoder, from_hex(der));
+    ASSERT_EQ(d.result, 0u) << der << ::testing::PrintToString(read_errors());
+    std::vector<Bytes> want;
+    for (const char* n : nodes) want.push_back(from_hex(n));
+    EXPECT_EQ(d.nodes, want) << der;
+  }
+}
+
+// Guards the component checks, which must read only the contents' own bytes, free the
+// nodes built so far and leave *list alone; the same numbers for SEQUENCE and SET.
+TEST(ListDecode, RefusesComponentsThatDoNotFit) {
+  // clang-format off
+  const std::pair<const char*, int> cases[] = {
+      {"30 04 02 05 00 00", 9},              // claims 7 where the contents are 4
+      {"30 06 04 84 ff ff ff ff", 9},        // size wraps 32 bits to 5
+      {"30 08 04 84 ff ff ff fa 00 00", 9},  // size wraps 32 bits to 0
+      {"30 03 02 85 00", 8},                 // more than 4 length octets
+      {"30 05 02 01 05 04 02", 11},          // within the contents, past their end
+      // Length octets past the end of the contents.
+      {"30 01 05", 11}, {"30 04 02 01 05 04", 11}, {"30 05 02 01 05 04 84", 11},
+      {"30 06 02 01 05 04 82 01", 11}};
+  // clang-format on
+  for (auto [hex, err_no] : cases) {
+    Bytes der = from_hex(hex);
+    for (auto [name, func_no, tag] :
+         {std::tuple{"Sequence", 108, u8(0x30)}, {"Set", 110, u8(0x31)}}) {
+      der[0] = tag;
+      const auto d = decode_exact(name, der);
+      EXPECT_EQ(d.result, 1u) << hex;
+      EXPECT_TRUE(d.nodes.empty()) << hex;  // the adapter notes a written list
+      EXPECT_EQ(read_errors(), (Entries{{func_no, err_no, "data length"}})) << hex;
+    }
+  }
+}
+
+// Each malloc of each allocating function fails in turn: the function answers 1 with the
+// entries below and leaves nothing allocated (the sanitizer build checks for leaks).
+// Guards the "memory" entry of every primitive coder; the list decoders allocate a node
+// and a value per component, and report the head node differently from later ones.
+TEST(AllocFailure, Coders) {
+  asn1_test::load_test_bmp_table();
+  for (const auto& e : asn1_test::encoders()) {
+    SCOPED_TRACE(e.name);
+    expect_each_malloc_failure([&e] { return encode(e.name, from_hex("80 01")).first; },
+                               {{{e.func_no, e.func_no == 105 ? 4 : 3, "memory"}}});
+  }
+  for (const auto& d : asn1_test::decoders()) {
+    SCOPED_TRACE(d.name);
+    std::vector<Entries> expected;
+    if (d.func_no == 108 || d.func_no == 110) {
+      const bool seq = d.func_no == 108;
+      const ErrEntry node{seq ? 138 : 141, 1, "malloc"}, value{d.func_no, 10, "memory"};
+      const char* msg = seq ? "new ASN1_SEQUENCE" : "new ASN1_SET";
+      expected = {{node, {d.func_no, 6, msg}}, {value}, {node, {d.func_no, 7, msg}}, {value}};
+    } else if (d.func_no != 114) {  // BOOLEAN allocates nothing
+      const bool seven = d.func_no == 106 || d.func_no == 126 || d.func_no == 223;
+      expected = {{{d.func_no, seven ? 7 : 6, "memory"}}};
+    }
+    expect_each_malloc_failure([&d] { return decode_exact(d.name, from_hex(d.sample)).result; },
+                               expected);
+  }
+}
+
+// Guards the other allocating functions: BOOLEAN and list encoders (the empty list
+// reports 1, a non-empty one 3), the node records, which keep the caller's list, and
+// the OID copy inside the look-up and inside u2l_signature, which must leave the record
+// empty on failure.
+TEST(AllocFailure, BooleanListsNodesAndLookups) {
+  expect_each_malloc_failure(
+      [] {
+        return freeing([](DATA_BUFFER* o) { return hylorn::ASN1_Encode_Boolean(1, o); }).first;
+      },
+      {{{113, 1, "memory"}}});
+  u8 element[] = {0x05, 0x00};
+  const ASN1_SEQUENCE one{nullptr, {2, element}};
+  for (auto [encoder, make, fn] :
+       {std::tuple{&hylorn::ASN1_Encode_Sequence, &hylorn::new_ASN1_SEQUENCE, 107},
+        {&hylorn::ASN1_Encode_Set, &hylorn::new_ASN1_SET, 109}}) {
+    for (const ASN1_SEQUENCE* list : {&one, static_cast<const ASN1_SEQUENCE*>(nullptr)}) {
+      expect_each_malloc_failure(
+          [e = encoder, list] { return freeing([&](DATA_BUFFER* o) { return e(list, o); }).first; },
+          {{{fn, list ? 3 : 1, "memory"}}});
+    }
+    expect_each_malloc_failure(
+        [make = make] {
+          ASN1_SEQUENCE* n = nullptr;
+          const u32 r = make(&n);
+          hylorn::free_ASN1_SEQUENCE(n);
+          return r;
+        },
+        {{kEarlierEntry, {fn == 107 ? 138 : 141, 1, "malloc"}}});
+  }
+  const ErrEntry copy{132, 1, "malloc"}, find{101, 2, "copy DATA_BUFFER"};
+  expect_each_malloc_failure(
+      [] {
+        hylorn::ASN1_OBJECT_ID obj{61, {0, nullptr}};
+        const u32 r = hylorn::ASN1_Find_Object_ID(&obj);
+        hylorn::free_ASN1_OBJECT_ID(&obj);
+        return r;
+      },
+      {{copy, find}});
+  expect_each_malloc_failure(
+      [] {
+        hylorn::USER_X509_ALG_ID user{};
+        user.algorithm = 3;
+        user.parametersLength = 2;
+        hylorn::X509_ALG_ID alg;
+        hylorn::ini_X509_ALG_ID(&alg);
+        const u32 r = hylorn::u2l_signature(&user, &alg);
+        EXPECT_TRUE(r == 0 ||
+                    (alg.algorithm.oid.data == nullptr && alg.parameters.data == nullptr));
+        hylorn::free_X509_ALG_ID(&alg);
+        return r;
+      },
+      {{copy, find, {303, 2, "ASN1_Find_Object_ID"}}, {{303, 3, "malloc"}}});
 }
 
 }  // namespace

@@ -6,15 +6,12 @@ extern "C" void* __real_malloc(std::size_t size);
 
 namespace {
 
-int g_countdown = 0;   // > 0: the call that brings it to 0 fails
+int g_countdown = 0;  // > 0: the call that brings it to 0 fails
 bool g_fired = false;
-bool g_counting = false;
-int g_count = 0;
 
 }  // namespace
 
 extern "C" void* __wrap_malloc(std::size_t size) {
-  if (g_counting) ++g_count;
   if (g_countdown > 0 && --g_countdown == 0) {
     g_fired = true;
     return nullptr;
@@ -24,18 +21,15 @@ extern "C" void* __wrap_malloc(std::size_t size) {
 
 namespace hylorn_test {
 
-MallocCounter::MallocCounter() {
-  g_count = 0;
-  g_counting = true;
-}
-MallocCounter::~MallocCounter() { g_counting = false; }
-int MallocCounter::count() const { return g_count; }
-
 FailNthMalloc::FailNthMalloc(int n) {
   g_fired = false;
   g_countdown = n;
 }
-FailNthMalloc::~FailNthMalloc() { g_countdown = 0; }
-bool FailNthMalloc::fired() const { return g_fired; }
+FailNthMalloc::~FailNthMalloc() {
+  g_countdown = 0;
+}
+bool FailNthMalloc::fired() const {
+  return g_fired;
+}
 
 }  // namespace hylorn_test

@@ -4,16 +4,6 @@
 
 namespace hylorn_test {
 
-// Counts the malloc calls made while it lives.
-class MallocCounter {
- public:
-  MallocCounter();
-  ~MallocCounter();
-  MallocCounter(const MallocCounter&) = delete;
-  MallocCounter& operator=(const MallocCounter&) = delete;
-  int count() const;
-};
-
 // While it lives, the n-th malloc call from its construction on (1-based) returns null;
 // all others succeed.
 class FailNthMalloc {
