@@ -99,14 +99,23 @@ inline Bytes operator+(Bytes a, const Bytes& b) {
   return a;
 }
 
-// SignedPublicKeyAndChallenge for key, signed md5WithRSAEncryption by nobody: the reader
-// does not check the signature.
+// SubjectPublicKeyInfo of an RSA key, and tbs wrapped as signed md5WithRSAEncryption by
+// nobody: the request readers do not check the signature.
+inline Bytes spki(const Bytes& key) {
+  return tlv(0x30, from_hex("300D06092A864886F70D0101010500") + tlv(0x03, Bytes{0} + key));
+}
+inline Bytes signed_by_nobody(const Bytes& tbs) {
+  const Bytes md5 = from_hex("300D06092A864886F70D0101040500");
+  return tlv(0x30, tbs + md5 + tlv(0x03, Bytes{0} + Bytes(128, 0x33)));
+}
 inline Bytes spkac(const Bytes& key, const std::string& challenge) {
-  const Bytes rsa = from_hex("300D06092A864886F70D0101010500"),
-              md5 = from_hex("300D06092A864886F70D0101040500");
-  const Bytes pkac =
-      tlv(0x30, tlv(0x30, rsa + tlv(0x03, Bytes{0} + key)) + tlv(0x16, bytes_of(challenge)));
-  return tlv(0x30, pkac + md5 + tlv(0x03, Bytes{0} + Bytes(128, 0x33)));
+  return signed_by_nobody(tlv(0x30, spki(key) + tlv(0x16, bytes_of(challenge))));
+}
+// A PKCS #10 request for key whose only name attribute is a commonName BMPString.
+inline Bytes bmp_request(const Bytes& key, const Bytes& bmp) {
+  const Bytes cn = tlv(0x31, tlv(0x30, from_hex("0603550403") + tlv(0x1E, bmp)));
+  return signed_by_nobody(
+      tlv(0x30, from_hex("020100") + tlv(0x30, cn) + spki(key) + Bytes{0xA0, 0}));
 }
 
 }  // namespace hardening_test
