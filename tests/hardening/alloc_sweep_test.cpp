@@ -59,9 +59,6 @@ char text[16][HYLORN_NAME_SIZE], aki[16][HYLORN_NAME_SIZE], when[4][HYLORN_TIME_
 u8 field[8][HYLORN_RSA_BLOCK_SIZE];
 unsigned len, len2, word[8];
 void* handle;
-#define TEXT_SLOTS(t)                                                                            \
-  t[0], t[1], t[2], t[3], t[4], t[5], t[6], t[7], t[8], t[9], t[10], t[11], t[12], t[13], t[14], \
-      t[15]
 
 // The CRL Final signs, and its session emptied again.
 const crl_test::Crl& sweep_crl() {
@@ -74,10 +71,10 @@ void crl_session(size_t entries) {
 }
 unsigned crl_decode_init() {
   return Crypt_Decode_Crl_Init(&handle, in().crl.data(), n(in().crl), word, word + 1, out, &len,
-                               TEXT_SLOTS(text), when[0], when[1]);
+                               OUT_SLOTS(text), when[0], when[1]);
 }
 unsigned crl_decode_final() {
-  return Crypt_Decode_Crl_Final(handle, word, word + 1, TEXT_SLOTS(aki), field[0], &len, field[1],
+  return Crypt_Decode_Crl_Final(handle, word, word + 1, OUT_SLOTS(aki), field[0], &len, field[1],
                                 &len2);
 }
 
@@ -168,7 +165,7 @@ const Row kRows[] = {
      Bytes der;
      return encode_pkcs10(0, sweep_crl().issuer, i.key, i.key.path.c_str(), &der); }},
   {"DecodePkcs10", {1}, kNamed, [](In i) {
-     return Crypt_Decode_Pkcs10(i.request.data(), n(i.request), word, TEXT_SLOTS(text), out,
+     return Crypt_Decode_Pkcs10(i.request.data(), n(i.request), word, OUT_SLOTS(text), out,
                                 &len); }},
   {"DecodeNetscapeCertReq", {1}, kNamed, [](In i) {
      return Crypt_Decode_NetscapeCertReq(i.netscape.data(), n(i.netscape), out, &len,
