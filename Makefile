@@ -2,7 +2,7 @@
 JOBS ?= $(shell nproc)
 CMAKE_FLAGS ?=
 
-.PHONY: all test test-sanitize bench fuzz demo install clean
+.PHONY: all test test-sanitize test-tsan bench fuzz demo install clean
 
 all:
 	@scripts/install-deps.sh test
@@ -19,6 +19,16 @@ test-sanitize:
 	  -DHYLORN_SANITIZE=ON $(CMAKE_FLAGS)
 	cmake --build build-sanitize -j $(JOBS)
 	ASAN_OPTIONS=detect_leaks=1 ctest --test-dir build-sanitize --output-on-failure -j $(JOBS)
+
+# The threads and allocation-failure tests under ThreadSanitizer, built with clang: the
+# threads test runs the whole service from several threads at once. The other suites are
+# single-threaded, so the race detector has nothing to add there.
+test-tsan:
+	@scripts/install-deps.sh sanitize
+	CC=clang CXX=clang++ cmake -S . -B build-tsan -G Ninja -DCMAKE_BUILD_TYPE=Debug \
+	  -DHYLORN_TSAN=ON $(CMAKE_FLAGS)
+	cmake --build build-tsan -j $(JOBS) --target test_hardening
+	TSAN_OPTIONS=halt_on_error=1 ctest --test-dir build-tsan --output-on-failure -R '^hardening$$'
 
 # Each word of BENCH_ARGS reaches the benchmark quoted, so filters such as md|sha work.
 bench:
@@ -67,4 +77,4 @@ install: all
 	cmake --install build --prefix $(PREFIX)
 
 clean:
-	rm -rf build build-sanitize build-bench build-fuzz
+	rm -rf build build-sanitize build-tsan build-bench build-fuzz

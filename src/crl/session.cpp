@@ -1,4 +1,4 @@
-// The encoding session: one CRL under construction per process, built by Init, one
+// The encoding session: one CRL under construction per thread, built by Init, one
 // Update per revoked certificate, and Final, which signs and writes it.
 #include <cstring>
 
@@ -16,9 +16,13 @@ namespace {
 struct EncodeSession {
   USER_crlTbsCertList_INFO crl;
   USER_revokedCert_INFO* tail;
+  // A thread that ends in the middle of a CRL leaves no entries behind.
+  ~EncodeSession() { free_USER_revokedCert_INFO(crl.revokedCertificates); }
 };
 
-EncodeSession session;
+// Per thread, so that threads may each build their own CRL at the same time; within a
+// thread it stays one CRL at a time.
+thread_local EncodeSession session;
 
 void drop_revoked_list() {
   free_USER_revokedCert_INFO(session.crl.revokedCertificates);
@@ -29,7 +33,7 @@ void drop_revoked_list() {
 // Entries of an unfinished session are released rather than forgotten.
 void start_empty() {
   drop_revoked_list();
-  std::memset(&session, 0, sizeof(session));
+  std::memset(&session.crl, 0, sizeof(session.crl));
 }
 
 u32 encode_init(u8 version, u16 sigAlg, const u8* params, u32 paramsLen, const NameIn& issuer,

@@ -1,8 +1,8 @@
 // MD2 (RFC 1319), MD5 (RFC 1321) and SHA-1 (FIPS 180-1): streaming contexts and
 // one-shot forms.
 //
-// The one-shot forms write into the caller's output, or into one static buffer per
-// digest when the output is null (then they are not reentrant).
+// The one-shot forms write into the caller's output, or into one buffer per digest and
+// per thread when the output is null (then they are not reentrant within a thread).
 #pragma once
 
 #include "frame/types.h"
@@ -48,13 +48,13 @@ void SHA1_Init(SHA1_CTX* ctx);
 void SHA1_Update(SHA1_CTX* ctx, const u8* data, u32 length);
 void SHA1_Final(u8 digest[20], SHA1_CTX* ctx);
 
-// One-shot digests; a null output selects the digest's static buffer. Return the output.
+// One-shot digests; a null output selects the digest's per-thread buffer. Return the output.
 u8* Digest_MD2(const u8* data, u32 length, u8* output);
 u8* Digest_MD5(const u8* data, u32 length, u8* output);
 u8* Digest_SHA1(const u8* data, u32 length, u8* output);
 
 // The body of the three one-shot forms: a context on the stack, the whole input, the
-// digest into output or, when output is null, into the digest's static buffer.
+// digest into output or, when output is null, into the digest's per-thread buffer.
 template <class Ctx, void (*Init)(Ctx*), void (*Update)(Ctx*, const u8*, u32),
           void (*Final)(u8*, Ctx*)>
 u8* one_shot_digest(const u8* data, u32 length, u8* output, u8* static_output) {

@@ -9,7 +9,8 @@
 namespace hylorn {
 namespace {
 
-u32 last_error = 0;
+// Per thread, like the error list: it answers for the calling thread's last failure.
+thread_local u32 last_error = 0;
 
 constexpr int CHUNK = static_cast<int>(IDEA_CHUNK_LEN);
 constexpr int BLOCK = static_cast<int>(IDEA_BLOCK_LEN);

@@ -20,7 +20,7 @@ inline constexpr u32 IDEA_ERR_DECRYPT = 0x1000003f;
 int Idea_Encrypt_Data(u8* out, u32* outLen, const u8* in, u32 inLen, const u8* key, u32 keyLen);
 int Idea_Decrypt_Data(u8* out, u32* outLen, const u8* in, u32 inLen, const u8* key, u32 keyLen);
 
-// The module-wide last-error word (written only by the two operations above).
+// The calling thread's last-error word (written only by the two operations above).
 u32 idea_last_error();
 
 }  // namespace hylorn

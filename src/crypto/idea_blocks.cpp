@@ -1,6 +1,7 @@
 // IDEA over whole blocks: the key schedules and three block engines (scalar, SSE2 with
 // 8 blocks per step, AVX2 with 16), chosen at run time. ECB blocks are independent, so
 // the wide engines simply run the same rounds on several blocks at once.
+#include <atomic>
 #include <cstddef>
 
 #include "crypto/idea_internal.h"
@@ -140,11 +141,14 @@ IdeaPath widest_path() {
 #endif
 }
 
-IdeaPath forced_path = IdeaPath::automatic;
+// Set by tests and benchmarks to pin one path; atomic, since any thread may encrypt while
+// another pins it.
+std::atomic<IdeaPath> forced_path{IdeaPath::automatic};
 
 IdeaPath active_path() {
   static const IdeaPath widest = widest_path();
-  return forced_path == IdeaPath::automatic ? widest : forced_path;
+  const IdeaPath forced = forced_path.load(std::memory_order_relaxed);
+  return forced == IdeaPath::automatic ? widest : forced;
 }
 
 u64 load_be64(const u8* p) {
@@ -245,7 +249,7 @@ bool idea_path_supported(IdeaPath path) {
 
 bool idea_force_path(IdeaPath path) {
   if (!idea_path_supported(path)) return false;
-  forced_path = path;
+  forced_path.store(path, std::memory_order_relaxed);
   return true;
 }
 

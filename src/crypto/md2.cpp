@@ -74,7 +74,7 @@ void absorb(MD2_CTX* ctx, const u8 block[16]) {
   add_to_checksum(ctx->checksum, block);
 }
 
-u8 md2_static_output[MD2_DIGEST_BYTES];
+thread_local u8 md2_static_output[MD2_DIGEST_BYTES];
 
 }  // namespace
 

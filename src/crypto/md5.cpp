@@ -121,7 +121,7 @@ void Md5Compress::blocks(u32* state, const u8* p, std::size_t count) {
   state[3] = d;
 }
 
-u8 md5_static_output[MD5_DIGEST_BYTES];
+thread_local u8 md5_static_output[MD5_DIGEST_BYTES];
 
 }  // namespace
 

@@ -21,7 +21,14 @@
 namespace hylorn {
 namespace {
 
-RANDOM_STATE module_state;  // zero at load: ready, all-zero state
+// One record per thread, so that concurrent callers never tear each other's state or draw
+// the same bytes. A thread starts as the process once did: all zero and ready. The
+// record is the secret behind RSA padding, so it is wiped when its thread ends.
+struct ThreadRandomState {
+  RANDOM_STATE rs{};
+  ~ThreadRandomState() { secure_wipe_object(rs); }
+};
+thread_local ThreadRandomState module_state;
 
 void md5_of(const u8* data, u32 length, u8 digest[16]) {
   MD5_CTX ctx;
@@ -179,12 +186,14 @@ void Random_Seed_From_Time(RANDOM_STATE* rs) {
 bool random_seeds_from_system() { return HYLORN_SYSTEM_ENTROPY != 0; }
 
 u32 Random_Get_Bytes(u8* output, u32 length, u8*, u32) {
-  Random_Seed_From_Clock(&module_state);
+  Random_Seed_From_Clock(&module_state.rs);
   if (length == 0 || length > RANDOM_BYTES_NEEDED) return 1;
-  Random_Generate_Bytes(output, length, &module_state);
+  Random_Generate_Bytes(output, length, &module_state.rs);
   return 1;
 }
 
-RANDOM_STATE* module_random_state() { return &module_state; }
+RANDOM_STATE* module_random_state() {
+  return &module_state.rs;
+}
 
 }  // namespace hylorn

@@ -1,6 +1,6 @@
 // The library's deterministic generator: seed material stretched through MD5.
 //
-// One module-wide RANDOM_STATE serves the whole library. It is re-seeded from the clock
+// One RANDOM_STATE per thread serves the whole library. It is re-seeded from the clock
 // before every Random_Get_Bytes and from the calendar second at the start of every key
 // generation; RSA padding draws from it as it stands. A never-seeded state is all zero
 // and counts as ready.
@@ -42,11 +42,11 @@ u8 seed_byte_from_time(u32 seconds);
 // of the clock and the calendar second.
 bool random_seeds_from_system();
 
-// Re-seeds the module state from the clock, then writes length bytes when
+// Re-seeds the thread's state from the clock, then writes length bytes when
 // 1 <= length <= 256. The two trailing arguments are ignored. Always 1.
 u32 Random_Get_Bytes(u8* output, u32 length, u8* ignored, u32 ignoredLength);
 
-// The module random state.
+// The calling thread's random state.
 RANDOM_STATE* module_random_state();
 
 }  // namespace hylorn

@@ -60,7 +60,7 @@ inline void twenty_steps(u32& a, u32& b, u32& c, u32& d, u32& e, u32 w[16]) {
   }
 }
 
-u8 sha1_static_output[SHA1_DIGEST_BYTES];
+thread_local u8 sha1_static_output[SHA1_DIGEST_BYTES];
 
 }  // namespace
 

@@ -13,7 +13,9 @@ struct ErrorList {
   char slots[kErrorSlots][kErrorSlotSize] = {};
 };
 
-ErrorList g_errors;
+// Per thread: a caller reads back the chain of its own last failed call, whatever other
+// threads are doing meanwhile.
+thread_local ErrorList g_errors;
 
 }  // namespace
 

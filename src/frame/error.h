@@ -1,9 +1,11 @@
-// The process-wide error list: at most 16 entries of "func_no = %d err_no = %d err_msg = %s\n".
+// The error list, one per thread: at most 16 entries of "func_no = %d err_no = %d err_msg = %s\n".
 //
 // Internal coders, converters and look-ups empty the list on entry and append one entry
 // when they fail, so after a failed exported call the list holds only the failing chain,
-// innermost first. ErrorScope carries that convention: make one at the top of such a
-// function, and every failure site becomes `return err.fail(3, "data length");`.
+// innermost first. Each thread has its own list, so a failure in one thread never shows
+// up in, or clears, another thread's list. ErrorScope carries that convention: make one at
+// the top of such a function, and every failure site becomes
+// `return err.fail(3, "data length");`.
 #pragma once
 
 #include "frame/types.h"
