@@ -58,7 +58,7 @@ inline crl_test::Entry revoked(u8 a, u8 b) {
 // The three encoding calls for c one at a time, so that other work can go between them.
 inline unsigned crl_init(const crl_test::Crl& c) {
   return Crypt_Encode_Crl_Init(u8(c.version), static_cast<unsigned short>(c.alg), c.params.data(),
-                               unsigned(c.params.size()), SLOTS(c.issuer), c.thisUpdate.c_str(),
+                               unsigned(c.params.size()), IN_SLOTS(c.issuer), c.thisUpdate.c_str(),
                                c.nextUpdate.c_str());
 }
 inline unsigned crl_update(const crl_test::Entry& e) {
@@ -69,7 +69,7 @@ inline unsigned crl_final(const crl_test::Crl& c, Bytes* out) {
   out->resize(8192);
   unsigned len = 0;
   const unsigned rc = Crypt_Encode_Crl_Final(
-      c.ext, c.crit, SLOTS(c.akiIssuer), c.akiSerial.data(), int(c.akiSerial.size()),
+      c.ext, c.crit, IN_SLOTS(c.akiIssuer), c.akiSerial.data(), int(c.akiSerial.size()),
       c.number.data(), unsigned(c.number.size()), c.key.c_str(), "", out->data(), &len);
   out->resize(rc == 0 ? len : 0);
   return rc;
@@ -79,7 +79,7 @@ inline unsigned encode_pkcs10(u8 version, const Name& s, const KeyFile& key, con
                               Bytes* out) {
   out->resize(HYLORN_PKCS10_DER_SIZE);
   unsigned len = 0;
-  const unsigned rc = Crypt_Encode_Pkcs10(version, SLOTS(s), key.pub.data(),
+  const unsigned rc = Crypt_Encode_Pkcs10(version, IN_SLOTS(s), key.pub.data(),
                                           unsigned(key.pub.size()), keyName, "", out->data(), &len);
   out->resize(rc == 0 ? len : 0);
   return rc;

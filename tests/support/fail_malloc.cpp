@@ -3,20 +3,28 @@
 #include <cstddef>
 
 extern "C" void* __real_malloc(std::size_t size);
+extern "C" void* __real_calloc(std::size_t count, std::size_t size);
 
 namespace {
 
 int g_countdown = 0;  // > 0: the call that brings it to 0 fails
 bool g_fired = false;
 
+bool fail_this_one() {
+  if (g_countdown <= 0 || --g_countdown != 0) return false;
+  g_fired = true;
+  return true;
+}
+
 }  // namespace
 
 extern "C" void* __wrap_malloc(std::size_t size) {
-  if (g_countdown > 0 && --g_countdown == 0) {
-    g_fired = true;
-    return nullptr;
-  }
-  return __real_malloc(size);
+  return fail_this_one() ? nullptr : __real_malloc(size);
+}
+
+// g++ turns malloc followed by a zeroing memset into calloc, so calloc counts as well.
+extern "C" void* __wrap_calloc(std::size_t count, std::size_t size) {
+  return fail_this_one() ? nullptr : __real_calloc(count, size);
 }
 
 namespace hylorn_test {
