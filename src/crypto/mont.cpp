@@ -332,25 +332,27 @@ struct ModulusConstants {
   limb rr[kMaxLimbs];   // R^2 mod n
 };
 
-// one by doubling the top bit of n up to 2^(64 N); rr by division.
+// one = R mod n by doublings from 2^(32 (s - 1)) for the s significant digits of n, a
+// power of two below n; then N more doublings make 2^N R mod n, the Montgomery form of
+// 2^N, which six Montgomery squarings take to that of 2^(64 N) = R: rr. Only the digit
+// count steers the work, so a secret modulus (a prime of a private key) is safe here.
 template <int N>
-void set_up_constants(ModulusConstants* k, const MP_DIGIT* d, u32 dDigits) {
+void set_up_constants(ModulusConstants* k, const MP_DIGIT* d, u32 dDigits, u32 significant) {
   k->limbs = N;
   to_limbs(k->n, N, d, dDigits);
   k->n0 = neg_inverse(k->n[0]);
-  u32 nbits = mp_bits(d, dDigits);
+  u32 from = MP_DIGIT_BITS * (significant - 1);
   limb x[N] = {};
-  x[(nbits - 1) / kLimbBits] = static_cast<limb>(1) << ((nbits - 1) % kLimbBits);
-  for (u32 i = nbits - 1; i < static_cast<u32>(kLimbBits * N); ++i) double_mod<N>(x, x, k->n);
+  x[from / kLimbBits] = static_cast<limb>(1) << (from % kLimbBits);
+  for (u32 i = from; i < static_cast<u32>(kLimbBits * N); ++i) double_mod<N>(x, x, k->n);
   for (int i = 0; i < N; ++i) k->one[i] = x[i];
-  // n may have fewer significant limbs than N (the smaller prime of a key at the
-  // larger one's size): the division takes only those.
-  int significant = static_cast<int>((MP_Digits(d, dDigits) + 1) / 2);
-  limb u[2 * N + 1] = {};
-  u[2 * N] = 1;
-  for (int i = 0; i < N; ++i) k->rr[i] = 0;
-  divide_limbs(nullptr, k->rr, u, 2 * N + 1, k->n, significant);
+  for (int i = 0; i < N; ++i) double_mod<N>(x, x, k->n);
+  Field<N> f;
+  f.init(k->n, k->n0);
+  for (int i = 0; i < 6; ++i) f.sqr(x, x);  // N 2^6 = 64 N
+  for (int i = 0; i < N; ++i) k->rr[i] = x[i];
   secure_wipe(x, sizeof x);
+  secure_wipe(&f, sizeof f);
 }
 
 // The constants of the public moduli used last, so that checking signature after
@@ -378,7 +380,7 @@ const ModulusConstants& public_constants(const MP_DIGIT* d, u32 dDigits) {
   }
   ModulusConstants& e = cache.entries[cache.next];
   cache.next = (cache.next + 1) % PublicModulusCache::kEntries;
-  set_up_constants<N>(&e, d, dDigits);
+  set_up_constants<N>(&e, d, dDigits, MP_Digits(d, dDigits));
   return e;
 }
 
@@ -428,12 +430,13 @@ class Exponentiation {
     secure_wipe(rrr, sizeof rrr);
   }
 
-  // t = x^c in Montgomery form, from x in that form, for a secret exponent c (not 0).
+  // t = x^c in Montgomery form, from x in that form, for a secret exponent c (not 0):
+  // windows over all cDigits digits, whatever the length of c.
   void run_secret(limb* t, const limb* x, const MP_DIGIT* c, u32 cDigits) {
     limb xm[N];
     for (int j = 0; j < N; ++j) xm[j] = x[j];
     limb* acc = f_.accumulator(t);
-    fixed_window(acc, xm, c, cDigits, mp_bits(c, cDigits));
+    fixed_window(acc, xm, c, cDigits, MP_DIGIT_BITS * cDigits);
     for (int j = 0; j < N; ++j) t[j] = acc[j];
     secure_wipe(xm, sizeof xm);
   }
@@ -606,23 +609,21 @@ void crt_powers_ifma(limb (*m)[8], const limb* c, const ModulusConstants* k,
     for (int i = 0; i < 16; ++i) double_mod<8>(v.rr[s], v.rr[s], k[s].n);
   }
   const mont_ifma::Half h[2] = {{k[0].n, v.base[0], v.rr[0]}, {k[1].n, v.base[1], v.rr[1]}};
-  u32 bits = mp_bits(e[0], digits) > mp_bits(e[1], digits) ? mp_bits(e[0], digits)
-                                                          : mp_bits(e[1], digits);
-  mont_ifma::exp2(m[0], m[1], h, bits,
-                  [&](int s, u32 pos) {
-                    return exponent_window(e[s], digits, pos, mont_ifma::kWindow);
-                  },
-                  &v.work);
+  mont_ifma::exp2(
+      m[0], m[1], h, MP_DIGIT_BITS * digits,
+      [&](int s, u32 pos) { return exponent_window(e[s], digits, pos, mont_ifma::kWindow); },
+      &v.work);
   for (int s = 0; s < 2; ++s) reduce_once<8>(m[s], m[s], 0, k[s].n);  // n itself becomes 0
   secure_wipe(&v, sizeof v);
 }
 #endif
 
 // The private-key operation through the CRT, on N limbs throughout (q, the smaller
-// prime, at p's size):
+// prime, at p's size), given the significant digits of p and q:
 //   mQ = (c mod q)^dQ mod q,  h = ((c mod p)^dP - mQ) qInv mod p,  m = h q + mQ.
 template <int N>
-void crt_with_limbs(MP_DIGIT* m, const MP_DIGIT* c, u32 nDigits, const CrtKey& key) {
+void crt_with_limbs(MP_DIGIT* m, const MP_DIGIT* c, u32 nDigits, const CrtKey& key,
+                    const u32* significant) {
   struct Limbs {
     limb c[2 * N], q[N], qInv[N], powers[2][N], h[N], m[2 * N];
     ModulusConstants k[2];
@@ -630,8 +631,8 @@ void crt_with_limbs(MP_DIGIT* m, const MP_DIGIT* c, u32 nDigits, const CrtKey& k
   to_limbs(v.c, 2 * N, c, nDigits);
   to_limbs(v.q, N, key.q, key.digits);
   to_limbs(v.qInv, N, key.qInv, key.digits);
-  set_up_constants<N>(&v.k[0], key.p, key.digits);
-  set_up_constants<N>(&v.k[1], key.q, key.digits);
+  set_up_constants<N>(&v.k[0], key.p, key.digits, significant[0]);
+  set_up_constants<N>(&v.k[1], key.q, key.digits, significant[1]);
   const MP_DIGIT* exponents[2] = {key.dP, key.dQ};
   bool done = false;
 #ifdef HYLORN_MONT_IFMA
@@ -705,6 +706,27 @@ MontPath current_mont_path() {
   return static_cast<MontPath>(path);
 }
 
+u32 mp_less_ct(const MP_DIGIT* a, const MP_DIGIT* b, u32 digits) {
+  u64 borrow = 0;
+  for (u32 i = 0; i < digits; ++i) borrow = ((static_cast<u64>(a[i]) - b[i] - borrow) >> 32) & 1;
+  return static_cast<u32>(borrow);
+}
+
+u32 mp_zero_ct(const MP_DIGIT* a, u32 digits) {
+  MP_DIGIT any = 0;
+  for (u32 i = 0; i < digits; ++i) any |= a[i];
+  return ((any | (0 - any)) >> 31) ^ 1;
+}
+
+u32 mp_digits_ct(const MP_DIGIT* a, u32 digits) {
+  u32 count = 0;
+  for (u32 i = 0; i < digits; ++i) {
+    u32 here = 0 - ((a[i] | (0 - a[i])) >> 31);  // all ones when digit i is not 0
+    count = ((i + 1) & here) | (count & ~here);
+  }
+  return count;
+}
+
 void mp_divide(MP_DIGIT* quotient, MP_DIGIT* remainder, const MP_DIGIT* c, u32 cDigits,
                const MP_DIGIT* d, u32 dDigits) {
   limb u[kMaxDividendLimbs] = {}, v[kMaxDividendLimbs] = {}, q[kMaxDividendLimbs] = {};
@@ -731,7 +753,7 @@ void mont_mod_exp(MP_DIGIT* a, const MP_DIGIT* b, const MP_DIGIT* c, u32 cDigits
   }
   with_limbs<1>(limbs_of(d, dDigits), [&]<int N>() {
     ModulusConstants k;
-    set_up_constants<N>(&k, d, dDigits);
+    set_up_constants<N>(&k, d, dDigits, dSig);
     exp_with_limbs<N>(a, b, c, cDigits, d, dDigits, k);
     secure_wipe(&k, sizeof k);
   });
@@ -749,17 +771,22 @@ void mont_mod_exp_public(MP_DIGIT* a, const MP_DIGIT* b, const MP_DIGIT* c, u32 
 }
 
 bool mont_crt_exp(MP_DIGIT* m, const MP_DIGIT* c, u32 nDigits, const CrtKey& key) {
-  const MP_DIGIT one[1] = {1};
   u32 digits = key.digits;
-  bool fits = digits > 0 && (key.p[0] & 1) != 0 && (key.q[0] & 1) != 0 &&
-              MP_Cmp(key.p, key.q, digits) > 0 && MP_Digits(key.q, digits) > 0 &&
-              !(MP_Digits(key.q, digits) == 1 && MP_Cmp(key.q, one, 1) == 0) &&
-              MP_Cmp(key.qInv, key.p, digits) < 0 && !MP_Zero(key.dP, digits) &&
-              !MP_Zero(key.dQ, digits) &&
-              limbs_of(c, nDigits) <= 2 * limbs_of(key.p, digits);
-  if (!fits) return false;
-  with_limbs<1>(limbs_of(key.p, digits),
-                [&]<int N>() { crt_with_limbs<N>(m, c, nDigits, key); });
+  if (digits == 0 || digits > MP_MAX_DIGITS) return false;
+  // Whether the engine takes the key is public: it depends on the key alone, never on c,
+  // and a key is well formed or not for every number it is applied to.
+  MP_DIGIT one[MP_MAX_DIGITS] = {1};
+  u32 fits = key.p[0] & key.q[0] & 1;
+  fits &= mp_less_ct(key.q, key.p, digits) & mp_less_ct(one, key.q, digits);
+  fits &= mp_less_ct(key.qInv, key.p, digits);
+  fits &= (mp_zero_ct(key.dP, digits) | mp_zero_ct(key.dQ, digits)) ^ 1;
+  // The digit counts of the primes are the key's shape, as public as n's length.
+  u32 significant[2] = {mp_digits_ct(key.p, digits), mp_digits_ct(key.q, digits)};
+  declassify(&fits, sizeof fits);
+  declassify(significant, sizeof significant);
+  int limbs = static_cast<int>((significant[0] + 1) / 2);
+  if (fits == 0 || (nDigits + 1) / 2 > 2 * static_cast<u32>(limbs)) return false;
+  with_limbs<1>(limbs, [&]<int N>() { crt_with_limbs<N>(m, c, nDigits, key, significant); });
   return true;
 }
 

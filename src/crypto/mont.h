@@ -4,6 +4,8 @@
 // time. The numbers it produces are exactly those of the textbook algorithm.
 #pragma once
 
+#include <cstddef>
+
 #include "crypto/mp.h"
 
 namespace hylorn {
@@ -54,9 +56,10 @@ struct CrtKey {
 
 // m (nDigits) = ((c^dP mod p - c^dQ mod q) qInv mod p) q + c^dQ mod q, kept to nDigits
 // digits, all in the engine's limbs, for c below n = p q. Returns false, writing
-// nothing, for numbers the engine does not take (p or q even, q not above 1, p not
-// above q, qInv not below p, an exponent 0, c wider than p^2): the caller then takes
-// the general steps, which give the same result.
+// nothing, for keys the engine does not take (p or q even, q not above 1, p not above
+// q, qInv not below p, an exponent 0, more limbs in nDigits than twice p's): the caller
+// then takes the general steps, which give the same result. For the keys it takes, no
+// branch and no memory address depends on c or on the key's secret numbers.
 bool mont_crt_exp(MP_DIGIT* m, const MP_DIGIT* c, u32 nDigits, const CrtKey& key);
 
 // r = a b / R mod d, R = 2^(64 L) for the L 64-bit limbs d needs, with the kernel of the
@@ -69,5 +72,19 @@ void mont_product(MP_DIGIT* r, const MP_DIGIT* a, const MP_DIGIT* b, const MP_DI
 // and a, b below 2d (17 digits): r (17 digits) is below 2d, not reduced further. False,
 // writing nothing, when this CPU or build has no such kernel.
 bool mont_ifma_product(MP_DIGIT* r, const MP_DIGIT* a, const MP_DIGIT* b, const MP_DIGIT* d);
+
+// The private-key path neither branches on nor indexes memory with a secret number. The
+// few values it computes from secrets that are public all the same (a key's shape, the
+// refusal of an input) pass through declassify, a call that does nothing but lets a
+// checker that tracks secret data through the program treat them as public from then on.
+// Kept out of line so that the call stays visible.
+void declassify(void* value, std::size_t size);
+
+// 1 when a < b, else 0, without branches on either.
+u32 mp_less_ct(const MP_DIGIT* a, const MP_DIGIT* b, u32 digits);
+// 1 when a is zero, else 0, without branches on it.
+u32 mp_zero_ct(const MP_DIGIT* a, u32 digits);
+// The number of significant digits of a, in a time that depends on digits alone.
+u32 mp_digits_ct(const MP_DIGIT* a, u32 digits);
 
 }  // namespace hylorn

@@ -24,18 +24,9 @@ using limb = u64;
 
 // MULX with the ADCX/ADOX pair of carry chains (BMI2 and ADX), and AVX2 with the
 // operating system saving its registers, for the table reads: asked of the processor once.
-inline bool has_mulx_adx() {
-  static const bool yes = [] {
-    unsigned eax = 0, ebx = 0, ecx = 0, edx = 0;
-    if (__get_cpuid(1, &eax, &ebx, &ecx, &edx) == 0 || (ecx & (1u << 27)) == 0) return false;
-    unsigned xcr0_lo = 0, xcr0_hi = 0;
-    asm("xgetbv" : "=a"(xcr0_lo), "=d"(xcr0_hi) : "c"(0));
-    if ((xcr0_lo & 6) != 6) return false;  // SSE and AVX state
-    if (__get_cpuid_count(7, 0, &eax, &ebx, &ecx, &edx) == 0) return false;
-    return (ebx & (1u << 5)) != 0 && (ebx & (1u << 8)) != 0 && (ebx & (1u << 19)) != 0;
-  }();
-  return yes;
-}
+// Out of line (mont_cpu.cpp), so that a test under an emulator that hides ADX from
+// CPUID while running it can still reach these kernels.
+bool has_mulx_adx();
 
 // r = row k of a table of `rows` rows, `stride` limbs apart, each row read alike: the
 // window factor of an exponentiation, whose index is secret. N is a multiple of 4.

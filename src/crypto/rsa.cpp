@@ -141,11 +141,15 @@ u32 RSA_Private_Block(u8* out, u32* outLen, const u8* in, u32 inLen,
   MP_Decode(v.dP, MP_MAX_DIGITS, key->primeExponent[0], MAX_RSA_PRIME_LEN);
   MP_Decode(v.dQ, MP_MAX_DIGITS, key->primeExponent[1], MAX_RSA_PRIME_LEN);
   MP_Decode(v.qInv, MP_MAX_DIGITS, key->coefficient, MAX_RSA_PRIME_LEN);
-  u32 cDigits = MP_Digits(v.c, MP_MAX_DIGITS);
   u32 nDigits = MP_Digits(v.n, MP_MAX_DIGITS);
-  u32 pDigits = MP_Digits(v.p, MP_MAX_DIGITS);
+  // The length of p is the key's shape, and the refusal of c is no secret: both may be
+  // branched on. Nothing else below branches on c or the key unless the key is malformed.
+  u32 pDigits = mp_digits_ct(v.p, MP_MAX_DIGITS);
+  u32 below = mp_less_ct(v.c, v.n, MP_MAX_DIGITS);
+  declassify(&pDigits, sizeof pDigits);
+  declassify(&below, sizeof below);
   if (modulus_len(key->bits) > MAX_RSA_MODULUS_LEN) return RSA_ERR_LEN;
-  if (MP_Cmp(v.c, v.n, nDigits) >= 0) return RSA_ERR_DATA;
+  if (below == 0) return RSA_ERR_DATA;
 
   *outLen = modulus_len(key->bits);
   // q is taken over p's digits: it has no more of them, since p > q.
@@ -153,6 +157,7 @@ u32 RSA_Private_Block(u8* out, u32* outLen, const u8* in, u32 inLen,
     MP_Encode(out, *outLen, v.t, nDigits);
     return 0;
   }
+  u32 cDigits = MP_Digits(v.c, MP_MAX_DIGITS);
   MP_Mod(v.cP, v.c, cDigits, v.p, pDigits);
   MP_Mod(v.cQ, v.c, cDigits, v.q, pDigits);
   MP_ModExp(v.mP, v.cP, v.dP, pDigits, v.p, pDigits);
