@@ -58,7 +58,6 @@ struct CertInput {
   bool operator==(const CertInput&) const = default;
 };
 
-// Every output of Crypt_Decode_Cert.
 struct CertOutput {
   unsigned version, serialLen, sigAlg, paramsLen;
   u8 serial[HYLORN_SERIAL_SIZE];

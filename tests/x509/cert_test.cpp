@@ -14,7 +14,6 @@ using namespace x509_test;
 const Name kRootName = {"CN", "Hylorn Test", "Roots", "", "Hylorn Root"};
 const Name kInterName = {"CN", "Hylorn Test",   "", "Beijing", "Hylorn Issuing", "", "", "", "",
                          "",   "ca@example.com"};
-// Every slot filled, in slot order.
 const Name kLeafName = {"CN",           "Leaf Org", "Leaf Unit",        "Shanghai",
                         "leaf.example", "Pudong",   "Engineer",         "Zhang",
                         "Wei",          "ZW",       "leaf@example.com", "1 Leaf Road",
@@ -374,7 +373,6 @@ const Pair& keys() {
 const std::array<const char*, 4> kCa{"CN", "OpenSSL CA", "Test CA", "ca@example.org"};
 const std::array<const char*, 4> kLeaf{"US", "Leaf Inc", "leaf.example.org", "leaf@example.org"};
 
-// A CA certificate of the OpenSSL pair and a leaf under it.
 std::pair<X509Ptr, X509Ptr> openssl_pair(const EVP_MD* md, const Bytes& serial) {
   X509Ptr ca = make_cert(keys().caKey.get(), kCa, keys().caKey.get(), nullptr, md, {0x07});
   X509Ptr leaf = make_cert(keys().leafKey.get(), kLeaf, keys().caKey.get(), ca.get(), md, serial);

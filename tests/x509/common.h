@@ -34,7 +34,6 @@ inline Bytes seq(const std::vector<Bytes>& parts) {
   return tlv(0x30, concat(parts));
 }
 
-// The command's standard output and error, and whether it exited with 0.
 struct ToolRun {
   bool ok;
   std::string output;

@@ -28,7 +28,6 @@ std::pair<u32, std::unique_ptr<CERT_EXTN_INFO>> decode(const Bytes& der) {
   return {r, std::move(info)};
 }
 
-// One Extension as OpenSSL reads it.
 struct Seen {
   std::string oid;
   bool critical;

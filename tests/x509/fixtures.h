@@ -49,7 +49,6 @@ struct OsslAttribute {
   std::string value;
 };
 
-// A key pair of the library, its private key in a key file.
 struct Key {
   std::string file;
   Bytes pub;
@@ -204,7 +203,6 @@ inline const Pki& pki() {
   return *p;
 }
 
-// Header size plus contents length of the element at der[pos].
 inline std::size_t element_size(const Bytes& der, std::size_t pos) {
   const u8 first = der[pos + 1];
   if (first < 0x80) return 2 + first;
