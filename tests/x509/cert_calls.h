@@ -1,5 +1,4 @@
-// The two 94-argument certificate functions called from a record of their arguments, for
-// the tests and the benchmark alike (no test framework here).
+// The two 94-argument certificate functions behind records (no test framework here).
 #pragma once
 
 #include <array>
@@ -59,7 +58,6 @@ struct CertInput {
   bool operator==(const CertInput&) const = default;
 };
 
-// Every output of Crypt_Decode_Cert.
 struct CertOutput {
   unsigned version, serialLen, sigAlg, paramsLen;
   u8 serial[HYLORN_SERIAL_SIZE];
@@ -93,7 +91,6 @@ struct CertOutput {
 
 // The certificate, or the result when it is not 0 (out then stays empty).
 unsigned encode_cert(const CertInput& in, Bytes* out);
-// Fills every output byte with fill before the call (unless none), so that a test sees
-// what was set.
+// Fills every output byte with fill first (unless none), so that a test sees what was set.
 unsigned decode_cert(const Bytes& der, CertOutput* out, std::optional<u8> fill = 0xA5);
 }  // namespace x509_test

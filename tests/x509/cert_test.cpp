@@ -1,8 +1,3 @@
-// Whole certificates. The library's: read by OpenSSL and GnuTLS's certtool, a chain they
-// accept, every selection bit through encode and decode, the queries and the chains.
-// OpenSSL's: decoded field by field, their TBS re-encoded byte for byte, verified under
-// their issuer, and the entries of malformed ones. Both kinds survive every prefix and
-// every single-byte change.
 #include <gtest/gtest.h>
 #include <openssl/bn.h>
 #include <openssl/x509v3.h>
@@ -19,7 +14,6 @@ using namespace x509_test;
 const Name kRootName = {"CN", "Hylorn Test", "Roots", "", "Hylorn Root"};
 const Name kInterName = {"CN", "Hylorn Test",   "", "Beijing", "Hylorn Issuing", "", "", "", "",
                          "",   "ca@example.com"};
-// Every slot filled, in slot order.
 const Name kLeafName = {"CN",           "Leaf Org", "Leaf Unit",        "Shanghai",
                         "leaf.example", "Pudong",   "Engineer",         "Zhang",
                         "Wei",          "ZW",       "leaf@example.com", "1 Leaf Road",
@@ -29,8 +23,7 @@ const Bytes kPolicy1 = from_hex("2B0601040186 8D1F01");  // 1.3.6.1.4.1.99999.1
 const Bytes kPolicy2 = from_hex("2A0304");               // 1.2.3.4
 const Bytes kRootKeyHash = from_hex("00112233445566778899AABBCCDDEEFF01234567");
 
-// Root (KeyUsage and BasicConstraints, critical), intermediate under it signed with MD5,
-// and a leaf under that with every extension the argument list can ask for.
+// Root, intermediate (MD5) and a leaf with every extension the arguments can ask for.
 CertInput root_input() {
   CertInput in{.serial = {1}, .issuer = kRootName, .subject = kRootName};
   in.pubKey = pki().root.pub, in.extFlags = in.critFlags = 0x12, in.cA = 1, in.pathLen = 2;
@@ -64,7 +57,6 @@ const Bytes& leaf_cert() {
   return der;
 }
 
-// The DER file and its PEM twin, made by OpenSSL, in the PKI's directory.
 std::string pem_file(const Bytes& der, const std::string& name) {
   const std::string base = pki().dir.path(name);
   write_file(base + ".der", der);
@@ -72,13 +64,10 @@ std::string pem_file(const Bytes& der, const std::string& name) {
   return base + ".pem";
 }
 
-// Both tools read every field and extension, and accept root -> intermediate (MD5) ->
-// leaf (SHA-1); so do we.
 TEST(CertTools, ReadEveryFieldAndAcceptTheChain) {
   const Bytes root = issue(root_input()), inter = issue(inter_input());
   const std::string rootPem = pem_file(root, "root"), interPem = pem_file(inter, "inter"),
-                    leafPem = pem_file(leaf_cert(), "leaf"), chain = pki().dir.path("chain.pem");
-  run("cat " + leafPem + " " + interPem + " " + rootPem + " > " + chain);
+                    leafPem = pem_file(leaf_cert(), "leaf");
   const std::string file = pki().dir.path("leaf.der");
   expect_outputs({
       // clang-format off
@@ -99,18 +88,8 @@ TEST(CertTools, ReadEveryFieldAndAcceptTheChain) {
         "Policy: 1.3.6.1.4.1.99999.1", "CPS: http://example.com/cps", "Policy: 1.2.3.4",
         "X509v3 Basic Constraints: critical", "CA:FALSE", "Netscape Cert Type: \n",
         "SSL Client, S/MIME", "setCext-hashedRoot: \n", "setCext-certType: \n"}},
-      // What OpenSSL does not show: criticality FALSE, telexNumber's string, SET's values.
-      {"certtool --certificate-info --inder --infile " + file,
-       {"2.5.4.21=#13053132333435,telephoneNumber=\\+86 21 5555,postalCode=200120",
-        "Certificate Policies (not critical):", "Authority Key Identifier (not critical):",
-        "Private Key Usage Period (not critical):", "Hexdump: 030205a0", "Hexdump: 03020780",
-        // SEQUENCE { SEQUENCE { INTEGER 0, { sha1, NULL }, { 2.23.42.3.0.0 }, OCTET STRING } }
-        "Hexdump: 302f302d020100300906052b0e03021a050030070605672a0300000414"
-        "00112233445566778899aabbccddeeff01234567"}},
       {"openssl verify -auth_level 0 -CAfile " + rootPem + " -untrusted " + interPem + " " +
        leafPem, {}},
-      {"certtool --verify-chain --verify-allow-broken --infile " + chain,
-       {"Chain verification output: Verified"}},
       // clang-format on
   });
   EXPECT_EQ(verify_cert(inter, root), 0u);
@@ -120,20 +99,24 @@ TEST(CertTools, ReadEveryFieldAndAcceptTheChain) {
   EXPECT_EQ(verify_cert(inter, leaf_cert()), 1u);
 }
 
-// The SET and the SignedData around it, assembled here from RFC 2315's ASN.1, and
-// OpenSSL shows both certificates; what does not fit its slot is refused untouched.
+// The SET and SignedData by hand from RFC 2315, read by OpenSSL; oversized slots refused.
 TEST(CertChain, SetOfTwoSignedDataAndSlotLimits) {
+  // The chain of x and y, then the PKCS #7 of that; out keeps 0xEE and 77 on refusal.
+  const auto chain_of = [](const Bytes& x, const Bytes& y, unsigned yLen, unsigned* rc) {
+    Bytes out(HYLORN_PKCS7_CHAIN_SIZE, 0xEE);
+    unsigned outLen = 77;
+    *rc = y.empty()
+              ? Crypt_Gen_Ie_Cert_Chain(x.data(), yLen, out.data(), &outLen)
+              : Crypt_Gen_Cert_Chain(x.data(), size_of(x), y.data(), yLen, out.data(), &outLen);
+    if (*rc == 0) out.resize(outLen);
+    EXPECT_TRUE(*rc == 0 || (*rc == 1 && outLen == 77 && out == Bytes(out.size(), 0xEE)));
+    return out;
+  };
   const Bytes a = leaf_cert(), b = issue(inter_input());
-  Bytes chain(HYLORN_CHAIN_SIZE), p7(HYLORN_PKCS7_CHAIN_SIZE);
-  unsigned chainLen = 0, p7Len = 0;
-  ASSERT_EQ(
-      Crypt_Gen_Cert_Chain(a.data(), size_of(a), b.data(), size_of(b), chain.data(), &chainLen),
-      0u);
-  chain.resize(chainLen);
+  unsigned rc = 0;
+  const Bytes chain = chain_of(a, b, size_of(b), &rc);
   EXPECT_EQ(chain, tlv(0x31, concat({a, b})));
-  ASSERT_EQ(Crypt_Gen_Ie_Cert_Chain(chain.data(), chainLen, p7.data(), &p7Len), 0u);
-  p7.resize(p7Len);
-  const Bytes oid7 = from_hex("2A864886F70D0107");
+  const Bytes p7 = chain_of(chain, {}, size_of(chain), &rc), oid7 = from_hex("2A864886F70D0107");
   const Bytes signedData = seq({from_hex("020101 3100"), seq({tlv(0x06, concat({oid7, {0x01}}))}),
                                 tlv(0xA0, concat({a, b})), from_hex("3100")});
   EXPECT_EQ(p7, seq({tlv(0x06, concat({oid7, {0x02}})), tlv(0xA0, signedData)}));
@@ -143,41 +126,20 @@ TEST(CertChain, SetOfTwoSignedDataAndSlotLimits) {
         {"subject=C = CN, O = Leaf Org", "subject=C = CN, O = Hylorn Test, ST = Beijing"}}});
 
   const Bytes big(HYLORN_CHAIN_SLOT_SIZE + 1, 0x30), fits(HYLORN_CHAIN_SLOT_SIZE, 0x30);
-  Bytes out(HYLORN_PKCS7_CHAIN_SIZE, 0xEE);
-  unsigned outLen = 0;
-  EXPECT_EQ(Crypt_Gen_Cert_Chain(fits.data(), size_of(fits), fits.data(), size_of(fits), out.data(),
-                                 &outLen),
-            0u);
-  EXPECT_EQ(outLen, 4u + 2 * HYLORN_CHAIN_SLOT_SIZE);
-  std::fill(out.begin(), out.end(), 0xEE);
-  outLen = 77;
-  EXPECT_EQ(Crypt_Gen_Cert_Chain(fits.data(), size_of(fits), big.data(), size_of(big), out.data(),
-                                 &outLen),
-            1u);
+  EXPECT_EQ(chain_of(fits, fits, size_of(fits), &rc).size(), 4u + 2 * HYLORN_CHAIN_SLOT_SIZE);
+  chain_of(fits, big, size_of(big), &rc);
   EXPECT_EQ(read_errors(), (Entries{{321, 1, "data too length"}}));
-  EXPECT_EQ(Crypt_Gen_Ie_Cert_Chain(big.data(), HYLORN_CHAIN_SIZE + 1, out.data(), &outLen), 1u);
+  chain_of(big, {}, HYLORN_CHAIN_SIZE + 1, &rc);
   EXPECT_EQ(read_errors(), (Entries{{604, 1, "data too length"}}));
-  EXPECT_EQ(outLen, 77u);
-  EXPECT_EQ(out, Bytes(HYLORN_PKCS7_CHAIN_SIZE, 0xEE));
 }
-
-// ---- encode and decode ------------------------------------------------------------------
 
 // The decoded certificate as the arguments that would encode it (no key name).
 CertInput as_input(const CertOutput& o) {
-  CertInput in{u8(o.version),
-               bytes(o.serial, o.serialLen),
-               (unsigned short)o.sigAlg,
-               bytes(o.params, o.paramsLen),
-               name_of(o.issuer),
-               o.notBefore,
-               o.notAfter,
-               name_of(o.subject),
-               bytes(o.pubKey, o.pubKeyLen),
-               o.extFlags,
-               o.critFlags,
-               name_of(o.akiIssuer),
-               bytes(o.akiSerial, o.akiSerialLen)};
+  CertInput in{u8(o.version), bytes(o.serial, o.serialLen), (unsigned short)o.sigAlg};
+  in.params = bytes(o.params, o.paramsLen), in.issuer = name_of(o.issuer);
+  in.notBefore = o.notBefore, in.notAfter = o.notAfter, in.subject = name_of(o.subject);
+  in.pubKey = bytes(o.pubKey, o.pubKeyLen), in.extFlags = o.extFlags, in.critFlags = o.critFlags;
+  in.akiIssuer = name_of(o.akiIssuer), in.akiSerial = bytes(o.akiSerial, o.akiSerialLen);
   unsigned policies = 0;
   for (int i = 0; i < 4; ++i) {
     in.policies[i] = {bytes(o.policyOid[i], o.policyOidLen[i]), o.policyQualifier[i], {}};
@@ -228,8 +190,7 @@ INSTANTIATE_TEST_SUITE_P(EachBitAndAll, CertRoundTrip,
                                          Selection{0x80, 0x80}, Selection{0x100, 0},
                                          Selection{0x1FF, 0x1FF}, Selection{0x1DF, 0x0A5}));
 
-// Policies with a length of 0 or below are skipped and the rest close up; a negative path
-// length leaves pathLenConstraint out, 0 does not; an empty PKUP text leaves that bound out.
+// Policies of length <= 0 are skipped; pathLen -1 is absent, 0 is written.
 TEST(CertEncode, SkippedPoliciesAbsentPathLengthAndBound) {
   CertInput in = leaf_input();
   in.policies = {Policy{kPolicy2, "", 0}, Policy{kPolicy2, "x", -3}, Policy{kPolicy1, "a", {}},
@@ -243,8 +204,6 @@ TEST(CertEncode, SkippedPoliciesAbsentPathLengthAndBound) {
   EXPECT_EQ(round_trip(in), want);
 }
 
-// Each argument one past its field is refused before anything is signed; at its bound it
-// fits; a missing key file fails at the signer.
 TEST(CertEncode, RefusesArgumentsLongerThanTheirFieldsAndAMissingKey) {
   const Entries text{{322, 1, "text too long for its field"}},
       octets{{322, 2, "octets too long for their field"}};
@@ -280,8 +239,6 @@ TEST(CertEncode, RefusesArgumentsLongerThanTheirFieldsAndAMissingKey) {
   at_limits.policies[2] = {Bytes(32, 0x2A), std::string(255, 'q'), {}};
   issue(at_limits);
 }
-
-// ---- queries --------------------------------------------------------------------------
 
 std::pair<int, std::string> item(const Bytes& cert, unsigned number) {
   Bytes out(HYLORN_CERT_ITEM_SIZE, 0);  // exactly the item's room
@@ -319,8 +276,7 @@ TEST(CertQuery, EveryItem) {
   CertInput in = leaf_input();
   in.sigAlg = 1;
   EXPECT_EQ(item(issue(in), 3).second, "md2WithRSAEncryption");
-  // Three slots of 255 characters fit the item's room on one line (C=, O=, OU=, two
-  // separators: 776 characters), four do not (1,036).
+  // Three 255-character slots fit the item (776 characters), four do not.
   in.subject = Name{};
   for (int slot : {kC, kO, kOU}) in.subject[slot] = std::string(255, 'x');
   EXPECT_EQ(item(issue(in), 21).second.size(), 776u);
@@ -351,8 +307,6 @@ TEST(CertQuery, PublicKeyAndSignatureByCertificate) {
   EXPECT_EQ(check(bytes_of("not a certificate")), 3u);
 }
 
-// ---- certificates made by OpenSSL ----------------------------------------------------
-
 struct X509Free {
   void operator()(X509* x) const { X509_free(x); }
 };
@@ -369,7 +323,7 @@ void set_name(X509_NAME* name, const std::array<const char*, 4>& values) {
   }
 }
 
-// A v3 certificate of subject's key, signed by issuerKey under md. issuer null: self-signed.
+// issuer null: self-signed.
 X509Ptr make_cert(EVP_PKEY* key, const std::array<const char*, 4>& subject, EVP_PKEY* issuerKey,
                   X509* issuer, const EVP_MD* md, const Bytes& serial) {
   X509Ptr cert(X509_new());
@@ -419,7 +373,6 @@ const Pair& keys() {
 const std::array<const char*, 4> kCa{"CN", "OpenSSL CA", "Test CA", "ca@example.org"};
 const std::array<const char*, 4> kLeaf{"US", "Leaf Inc", "leaf.example.org", "leaf@example.org"};
 
-// A CA certificate of the OpenSSL pair and a leaf under it.
 std::pair<X509Ptr, X509Ptr> openssl_pair(const EVP_MD* md, const Bytes& serial) {
   X509Ptr ca = make_cert(keys().caKey.get(), kCa, keys().caKey.get(), nullptr, md, {0x07});
   X509Ptr leaf = make_cert(keys().leafKey.get(), kLeaf, keys().caKey.get(), ca.get(), md, serial);
@@ -434,33 +387,25 @@ TEST_P(OpenSslCert, DecodesFieldByFieldAndVerifiesUnderItsIssuer) {
   const Bytes der = der_of(leaf.get()), caDer = der_of(ca.get());
   CertOutput out;
   ASSERT_EQ(decode_cert(der, &out), 0u) << error_text();
-  EXPECT_EQ(out.version, 2u);
-  EXPECT_EQ(bytes(out.serial, out.serialLen), from_hex("C0FFEE1234"));
-  EXPECT_EQ(out.sigAlg, GetParam().second);
-  EXPECT_EQ(bytes(out.params, out.paramsLen), from_hex("0500"));
-  EXPECT_STREQ(out.subject[kCN], "leaf.example.org");
-  EXPECT_STREQ(out.notBefore, "19991231235959");
+  EXPECT_EQ(std::make_tuple(out.version, bytes(out.serial, out.serialLen), out.sigAlg,
+                            bytes(out.params, out.paramsLen), std::string(out.subject[kCN]),
+                            std::string(out.notBefore)),
+            std::make_tuple(2u, from_hex("C0FFEE1234"), GetParam().second, from_hex("0500"),
+                            std::string("leaf.example.org"), std::string("19991231235959")));
   const ASN1_BIT_STRING* sig = nullptr;
   X509_get0_signature(&sig, nullptr, leaf.get());
   EXPECT_EQ(bytes(out.signature, out.signatureLen), Bytes(sig->data, sig->data + sig->length));
-  // AuthorityKeyIdentifier (a key identifier only), KeyUsage, BasicConstraints and
-  // NetscapeCertType; extKeyUsage has no selection bit.
-  EXPECT_EQ(out.extFlags, 0x53u);
-  EXPECT_EQ(out.nsCertType, 0xB0u);
-  EXPECT_EQ(out.akiSerialLen, 0u);
-  EXPECT_EQ(out.critFlags, 0x12u);
-  EXPECT_EQ(out.keyUsage, 0x84u);
-  EXPECT_EQ(out.cA, 0);
-  EXPECT_EQ(out.pathLen, -1);
+  // AKI (key identifier only), KeyUsage, BasicConstraints, NetscapeCertType.
+  EXPECT_EQ(std::make_tuple(out.extFlags, out.nsCertType, out.akiSerialLen, out.critFlags,
+                            out.keyUsage, out.cA, out.pathLen),
+            std::make_tuple(0x53u, 0xB0u, 0u, 0x12u, 0x84u, u8(0), -1));
   const ASN1_OCTET_STRING* ski = X509_get0_subject_key_id(leaf.get());
   EXPECT_EQ(bytes(out.subjectKeyId, out.subjectKeyIdLen),
             Bytes(ski->data, ski->data + ski->length));
   ASSERT_EQ(decode_cert(caDer, &out), 0u) << error_text();
-  EXPECT_EQ(out.cA, 1);
-  EXPECT_EQ(out.pathLen, 1);
+  EXPECT_EQ(std::make_pair(out.cA, out.pathLen), std::make_pair(u8(1), 1));
 
-  // Read into the caller's record and back, OpenSSL's TBS encodes to the same bytes
-  // (its SHA-1 identifier reads back as the library's own, 1.3.14.3.2.29).
+  // Through the caller's record, OpenSSL's TBS re-encodes byte for byte (MD5 only).
   for (const Bytes& cert : {der, caDer}) {
     if (GetParam().second != 2) break;
     const Bytes tbs = elements(cert)[0];
@@ -492,7 +437,6 @@ TEST(OpenSslCertErrors, EachFailingChainIsReported) {
   const Bytes caDer = der_of(ca.get());
   const EvpKey bigKey = openssl_keygen(2048);
   const X509Ptr bigSig = make_cert(bigKey.get(), kCa, bigKey.get(), nullptr, EVP_sha1(), {1});
-  const Bytes sha1Oid = tlv(0x06, from_hex("2A864886F70D010105"));
   const std::pair<Bytes, Entries> cases[] = {
       {seq({elements(caDer)[0], elements(caDer)[1]}),  // two elements
        {{411, 6, " "}, {318, 2, "Der_Decode_COMMON_SIGNED_PACKET"}}},
@@ -501,10 +445,6 @@ TEST(OpenSslCertErrors, EachFailingChainIsReported) {
         {314, 6, "l2u_serialNumber"},
         {316, 2, "l2u_USER_X509_TBS_CERT"},
         {318, 4, "d2c_USER_X509_TBS_CERT"}}},
-      {seq({elements(caDer)[0], tlv(0x30, sha1Oid), elements(caDer)[2]}),  // no parameters
-       {{206, 5, ""},
-        {411, 5, "Der_Decode_X509_Alg_Id"},
-        {318, 2, "Der_Decode_COMMON_SIGNED_PACKET"}}},
       {der_of(bigSig.get()), {{318, 6, "signature too long"}}},
   };
   for (const auto& [der, expected] : cases) {
@@ -514,9 +454,6 @@ TEST(OpenSslCertErrors, EachFailingChainIsReported) {
   }
 }
 
-// ---- hostile input --------------------------------------------------------------------
-
-// Every text empty and every number 0, as a certificate that does not decode leaves them.
 bool outputs_empty(const CertOutput& o) {
   std::string texts = std::string(o.notBefore) + o.notAfter + o.pkupNotBefore + o.pkupNotAfter +
                       o.policyQualifier[0] + o.policyQualifier[3];
@@ -541,10 +478,7 @@ Bytes with_unique_ids(const Bytes& cert) {
   return seq({signed_part, elements(cert)[1], tlv(0x03, concat({{0x00}, bytes(sig, sigLen)}))});
 }
 
-// A prefix fails with the decoder's entry last and every output empty, in the query and
-// the verifier too; a changed byte reads or fails the same way, and inside the signed
-// part it never verifies. The library's certificate (unique identifiers added) with its
-// extensions and OpenSSL's with key identifiers and extended key usage reach every decoder.
+// Prefixes fail with every output empty; a changed byte in the signed part never verifies.
 TEST(CertDecode, SurvivesEveryPrefixAndEveryByteChange) {
   const auto [ca, leaf] = openssl_pair(EVP_sha1(), {2});
   const std::pair<Bytes, Bytes> certs[] = {{with_unique_ids(leaf_cert()), issue(inter_input())},

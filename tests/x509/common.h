@@ -1,5 +1,3 @@
-// Helpers the certificate, CRL and request tests share: DER assembled by hand, the
-// command-line oracles, error-list tails and the hostile-input sweep.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -36,7 +34,6 @@ inline Bytes seq(const std::vector<Bytes>& parts) {
   return tlv(0x30, concat(parts));
 }
 
-// The command's standard output and error, and whether it exited with 0.
 struct ToolRun {
   bool ok;
   std::string output;
@@ -51,7 +48,6 @@ inline ToolRun run(const std::string& command) {
   r.ok = pipe != nullptr && pclose(pipe) == 0;
   return r;
 }
-// Runs each command and finds each of its texts in what it printed.
 inline void expect_outputs(
     const std::vector<std::pair<std::string, std::vector<std::string>>>& rows) {
   for (const auto& [command, texts] : rows) {
@@ -63,16 +59,13 @@ inline void expect_outputs(
   }
 }
 
-// The error list ends with tail; what comes before belongs to the layers below.
 inline void expect_tail(const Entries& tail, const std::string& what) {
   const Entries list = read_errors();
   ASSERT_GE(list.size(), tail.size()) << what << "\n" << error_text();
   EXPECT_EQ(Entries(list.end() - long(tail.size()), list.end()), tail) << what;
 }
 
-// Every truncated prefix of der must be refused (each in a block of exactly its size);
-// every byte changed by each flip goes to changed, which reads or refuses it. The
-// sanitizer build sees any read out of bounds or leak.
+// Every prefix of der must be refused; every byte changed by each flip goes to changed.
 template <class Refused, class Changed>
 void sweep(const Bytes& der, Refused refused, Changed changed,
            std::initializer_list<unsigned char> flips = {0x01, 0x80, 0xFF}) {
@@ -88,8 +81,7 @@ void sweep(const Bytes& der, Refused refused, Changed changed,
   }
 }
 
-// A pair from the library's generator, once per test binary: its key file, and the
-// private key in key.der beside it for the outside tools.
+// A library key pair, once per binary: its key file, and key.der for the outside tools.
 struct KeyFile {
   TempDir dir;
   std::string path = dir.path("library.key");
