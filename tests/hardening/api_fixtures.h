@@ -5,7 +5,7 @@
 
 #include <string>
 
-#include "crl/crl_fixtures.h"
+#include "crl/crl_calls.h"
 #include "hylorn.h"
 #include "support/error_list.h"
 #include "support/hex.h"
