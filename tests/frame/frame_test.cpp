@@ -1,5 +1,3 @@
-// The error list as Crypt_Get_Err hands it out, the version and environment calls, the
-// buffer copies, and decimal text <-> big-endian bytes against OpenSSL's arithmetic.
 #include <gtest/gtest.h>
 #include <openssl/bn.h>
 
@@ -21,9 +19,6 @@ namespace {
 using namespace hylorn;
 using namespace hylorn_test;
 
-// The line format and order, reading without emptying, an empty list leaving the
-// caller's buffer alone, the cap of 16 (the first kept), each cut to its 128-byte slot,
-// and 16 cut entries fitting the documented output size.
 TEST(ErrorList, FormatOrderCapAndSlots) {
   Crypt_Clear_Err();
   char out[8];
@@ -58,8 +53,6 @@ TEST(Frame, VersionAndEnvironmentInAnyOrder) {
   for (int i = 0; i < 2; ++i) EXPECT_EQ(Crypt_ClearEnvironment() + Crypt_InitEnvironment(), 0u);
 }
 
-// Copies own their bytes, unusedBits is zeroed, length 0 gives the empty record without
-// reading the source, and free empties the record so that a second free is harmless.
 TEST(Buffers, CopiesOwnTheirBytes) {
   const Bytes src = from_hex("ff 81");
   DATA_BUFFER plain{7, nullptr}, back{0, nullptr}, empty{7, nullptr};
@@ -84,8 +77,6 @@ TEST(Buffers, CopiesOwnTheirBytes) {
   EXPECT_EQ(empty.length, 0u);
 }
 
-// A failed copy appends "malloc" under its own number and leaves a null block with the
-// length as it was.
 TEST(Buffers, FailedCopyReportsMallocUnderItsNumber) {
   u8 src[3] = {1, 2, 3};
   const auto checked = [](u32 result, auto& record) {
@@ -113,8 +104,7 @@ TEST(Buffers, FailedCopyReportsMallocUnderItsNumber) {
     expect_each_malloc_failure(copy, {{kEarlierEntry, {func_no, 1, "malloc"}}});
 }
 
-// sum(v_i * 10^i) with each character counting (code - '0') mod 256, in OpenSSL's
-// arithmetic, as minimal big-endian bytes (zero as one byte 00).
+// sum(v_i * 10^i) with v_i = (c - '0') mod 256, as minimal big-endian bytes.
 Bytes reference_value(const std::string& text) {
   BIGNUM* bn = BN_new();
   for (unsigned char c : text) BN_mul_word(bn, 10), BN_add_word(bn, u8(c - '0'));
@@ -137,9 +127,7 @@ std::optional<std::string> int2char(const Bytes& in, int inLen) {
   return std::string(buf.data());
 }
 
-// Every length up to the limits (128 characters, any of them as a wide digit: '/' counts
-// 255; 128 bytes, leading zeros included) both ways against OpenSSL; one more is refused,
-// as are negative lengths, and neither direction touches the error list.
+// Every length to the limits both ways against OpenSSL; one more is refused.
 TEST(Charcode, BothWaysMatchOpenSslUpToTheLimits) {
   std::mt19937 rng(1024);
   std::vector<std::string> texts = {"", "0", "000255", std::string(128, '/'), ":", "9\x80"};
