@@ -22,11 +22,6 @@ const Keys& key1024() {
   return k;
 }
 
-// The raw private operation as OpenSSL computes it.
-Bytes openssl_raw_private(const Keys& k, const Bytes& in) {
-  return openssl_decrypt(k.pkey.get(), in, RSA_NO_PADDING);
-}
-
 Bytes private_block(const RSA_PRIVATE_KEY& key, const Bytes& in) {
   Bytes out(128, 0xEE);
   u32 len = 0;
@@ -80,7 +75,8 @@ TEST_P(RawBlocks, MatchOpenSslWithoutPadding) {
       ASSERT_EQ(out_len, len);
       out.resize(len);
       EXPECT_EQ(out, openssl_encrypt(k.pkey.get(), in, RSA_NO_PADDING)) << to_hex(in);
-      EXPECT_EQ(private_block(k.priv, in), openssl_raw_private(k, in)) << to_hex(in);
+      EXPECT_EQ(private_block(k.priv, in), openssl_decrypt(k.pkey.get(), in, RSA_NO_PADDING))
+          << to_hex(in);
     }
   }
 }
@@ -125,7 +121,7 @@ TEST(RsaPkcs1, PaddingComesFromTheStateOneNonZeroByteAtATime) {
   Bytes data(40, 0x5A), out(128);
   u32 out_len = 0;
   ASSERT_EQ(hylorn::RSA_Public_Encrypt(out.data(), &out_len, data.data(), 40, &k.pub, &rs), 0u);
-  Bytes block = openssl_raw_private(k, out);
+  Bytes block = openssl_decrypt(k.pkey.get(), out, RSA_NO_PADDING);
   ASSERT_EQ(block.size(), 128u);
   for (std::size_t i = 2; i < 128 - 40 - 1; ++i) {
     unsigned char b = 0;
@@ -198,8 +194,7 @@ TEST(RsaPkcs1, OpeningChecksEveryPartOfTheBlock) {
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(c.name);
-    Bytes in = c.type1 ? openssl_raw_private(k, c.block)
-                       : openssl_encrypt(k.pkey.get(), c.block, RSA_NO_PADDING);
+    Bytes in = (c.type1 ? openssl_decrypt : openssl_encrypt)(k.pkey.get(), c.block, RSA_NO_PADDING);
     ASSERT_EQ(in.size(), 128u);
     Bytes out(128, 0xEE);
     u32 out_len = kept;

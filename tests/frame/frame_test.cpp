@@ -3,7 +3,6 @@
 
 #include <cstdlib>
 #include <cstring>
-#include <functional>
 #include <optional>
 #include <random>
 
@@ -79,29 +78,25 @@ TEST(Buffers, CopiesOwnTheirBytes) {
 
 TEST(Buffers, FailedCopyReportsMallocUnderItsNumber) {
   u8 src[3] = {1, 2, 3};
-  const auto checked = [](u32 result, auto& record) {
-    EXPECT_TRUE(result == 0 || record.length == 42u);
-    EXPECT_EQ(record.data == nullptr, result != 0);
-    std::free(record.data);
-    return result;
+  const auto check = [](int func_no, auto record, auto copy) {
+    expect_each_malloc_failure(
+        [&] {
+          auto r = record;
+          const u32 result = copy(&r);
+          EXPECT_TRUE(result == 0 || r.length == 42u);
+          EXPECT_EQ(r.data == nullptr, result != 0);
+          std::free(r.data);
+          return result;
+        },
+        {{kEarlierEntry, {func_no, 1, "malloc"}}});
   };
-  const std::pair<int, std::function<u32()>> copies[] = {
-      {132,
-       [&] {
-         DATA_BUFFER d{42, nullptr};
-         return checked(copy_DATA_BUFFER(&d, 3, src), d);
-       }},
-      {136,
-       [&] {
-         DATA_BUFFER d{42, nullptr};
-         return checked(copy_BIT_To_NoneBIT(&d, BIT_DATA_BUFFER{3, 1, src}), d);
-       }},
-      {137, [&] {
-         BIT_DATA_BUFFER b{42, 0, nullptr};
-         return checked(copy_NoneBIT_To_BIT(&b, DATA_BUFFER{3, src}), b);
-       }}};
-  for (const auto& [func_no, copy] : copies)
-    expect_each_malloc_failure(copy, {{kEarlierEntry, {func_no, 1, "malloc"}}});
+  const BIT_DATA_BUFFER bits{3, 1, src};
+  check(132, DATA_BUFFER{42, nullptr}, [&](DATA_BUFFER* d) { return copy_DATA_BUFFER(d, 3, src); });
+  check(136, DATA_BUFFER{42, nullptr},
+        [&](DATA_BUFFER* d) { return copy_BIT_To_NoneBIT(d, bits); });
+  check(137, BIT_DATA_BUFFER{42, 0, nullptr}, [&](BIT_DATA_BUFFER* b) {
+    return copy_NoneBIT_To_BIT(b, DATA_BUFFER{3, src});
+  });
 }
 
 // sum(v_i * 10^i) with v_i = (c - '0') mod 256, as minimal big-endian bytes.
