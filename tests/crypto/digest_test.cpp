@@ -1,5 +1,3 @@
-// MD2, MD5 and SHA-1: the standards' known answers and OpenSSL, one-shot and streamed in
-// every split, on every SHA-1 path; then the exported algorithm-number interface.
 #include "crypto/digest.h"
 
 #include <gtest/gtest.h>
@@ -74,9 +72,7 @@ INSTANTIATE_TEST_SUITE_P(Sha1Paths, Digest,
                          testing::Values(hylorn::Sha1Path::portable,
                                          hylorn::Sha1Path::sha_extensions));
 
-// RFC 1319, RFC 1321 and FIPS 180-1: one-shot, byte by byte, with empty calls, and in
-// two calls split at every offset (one million 'a': one-shot and split once). Guards the
-// padding, the buffering and the compression.
+// RFC 1319, RFC 1321, FIPS 180-1: one-shot, byte by byte, empty calls, split everywhere.
 TEST_P(Digest, KnownAnswersEveryWay) {
   std::ifstream in(HYLORN_VECTORS_DIR "/digests.txt");
   int count = 0;
@@ -106,8 +102,7 @@ TEST_P(Digest, KnownAnswersEveryWay) {
   EXPECT_EQ(count, 17);
 }
 
-// Every length from 0 to 1000 against OpenSSL, one-shot and in random pieces (biased
-// towards the small and the block-sized).
+// Lengths 0..1000 against OpenSSL, one-shot and in random pieces.
 TEST_P(Digest, Md5AndSha1MatchOpenSslForEveryLengthAndSplit) {
   std::mt19937 gen(11);
   const Bytes data = hylorn_test::random_bytes(gen, 1000);
@@ -127,8 +122,6 @@ TEST_P(Digest, Md5AndSha1MatchOpenSslForEveryLengthAndSplit) {
   }
 }
 
-// The bit count is one 64-bit number kept as two words: the low word's overflow must
-// reach the high word.
 template <class Ctx, void (*Init)(Ctx*), void (*Update)(Ctx*, const u8*, u32)>
 void check_bit_count() {
   const u8 data[3] = {1, 2, 3};
@@ -150,8 +143,6 @@ TEST(DigestRules, BitCountCarriesIntoTheHighWord) {
   check_bit_count<hylorn::SHA1_CTX, hylorn::SHA1_Init, hylorn::SHA1_Update>();
 }
 
-// A null output lands in one static buffer per digest, overwritten by the next call,
-// also through Crypt_Gen_Hash.
 TEST(DigestRules, NullOutputUsesOneStaticBufferPerDigest) {
   const Bytes abc = hylorn_test::bytes_of("abc");
   u8* md2 = hylorn::Digest_MD2(abc.data(), 3, nullptr);
@@ -169,9 +160,7 @@ TEST(DigestRules, NullOutputUsesOneStaticBufferPerDigest) {
   EXPECT_EQ(to_hex(sha1, 20), "da39a3ee5e6b4b0d3255bfef95601890afd80709");
 }
 
-// Each accepted number gives its digest bare and after the DigestInfo prefix of
-// RFC 8017 (section 9.2, note 1); nothing is written behind either. 4 and everything
-// outside 1..7 are refused, writing nothing.
+// Digest and RFC 8017 DigestInfo per number; refused numbers write nothing.
 TEST(HashApi, NumbersGiveTheDigestAndItsDigestInfoOrNothing) {
   const Bytes fox = hylorn_test::bytes_of("The quick brown fox jumps over the lazy dog");
   const auto openssl = [&](const EVP_MD* md) {

@@ -1,7 +1,4 @@
-// The block cipher: published known answers and libgcrypt on every engine, then the
-// chunk and data levels with their lengths, selectors, padding, result codes and
-// last-error word. Expected ciphertexts come from libgcrypt over the padded message: in
-// ECB the chunking must be invisible.
+// Expected ciphertexts come from libgcrypt: in ECB the chunking must be invisible.
 #include <gcrypt.h>
 #include <gtest/gtest.h>
 
@@ -70,10 +67,7 @@ class IdeaEngine : public testing::TestWithParam<IdeaPath> {
 INSTANTIATE_TEST_SUITE_P(ScalarSse2Avx2, IdeaEngine,
                          testing::Values(IdeaPath::scalar, IdeaPath::sse2, IdeaPath::avx2));
 
-// Each published vector repeated over 25 blocks (a group of 16, one of 8, one single),
-// so that every engine and every lane position sees it, both directions. Then random
-// keys and keys whose subkeys are 0 (standing for 65536), over block counts around the
-// lane widths, against libgcrypt both ways, and in place.
+// Published vectors in every lane position, then libgcrypt over lane-width block counts.
 TEST_P(IdeaEngine, PublishedVectorsAndLibgcrypt) {
   std::ifstream in(HYLORN_VECTORS_DIR "/idea_ecb.txt");
   int count = 0;
@@ -127,9 +121,7 @@ void expect_output(const Bytes& out, const Bytes& expected) {
                           [](unsigned char c) { return c == kUntouched; }));
 }
 
-// Selectors 1/2 take exactly 4096 bytes unpadded, 3/4 up to 4096 padded; the codes 195,
-// 196, 201, -59 and -1; nothing written and no length stored on a refusal. The workers
-// behind the chunk operations repeat the checks with their own codes (-61, -60).
+// Results of the chunk calls and of their workers; nothing written on a refusal.
 TEST(IdeaChunk, LengthSelectorAndPaddingRules) {
   const struct {
     bool encrypt;
@@ -183,8 +175,6 @@ TEST(IdeaChunk, LengthSelectorAndPaddingRules) {
   }
 }
 
-// The data ends before the last 0x01 of the final block; bytes behind it are not
-// checked; a final block without 0x01 is refused even if an earlier block holds one.
 TEST(IdeaChunk, PaddingMarkerSearch) {
   const struct {
     const char* last_block;
@@ -208,10 +198,7 @@ TEST(IdeaChunk, PaddingMarkerSearch) {
   }
 }
 
-// Lengths around the chunk boundaries, through the data level and the exported pair:
-// the whole padded message enciphered (0 bytes give the block 01 00 ..), and decryption
-// splits it back however the chunks fall (8192 bytes give 8200, whose last chunk is the
-// padding block alone).
+// Decryption splits the padded message back however the chunks fall.
 TEST(IdeaData, EncryptAndDecryptAcrossChunkBoundaries) {
   std::mt19937 rng(5);
   for (std::size_t len :
@@ -239,9 +226,7 @@ TEST(IdeaData, EncryptAndDecryptAcrossChunkBoundaries) {
 
 constexpr u32 kErrKeyLen = 0x1000003d, kErrDecrypt = 0x1000003f;
 
-// Failures set the last-error word and keep *outLen; a refused key length comes first,
-// whatever the data; 4100 bytes: selector 1 deciphers the first 4096 before selector 3
-// refuses 4 bytes. The exported pair answers 1. Successes leave the word as it stands.
+// 4100 bytes: the first 4096 are deciphered before the 4-byte rest is refused.
 TEST(IdeaData, FailuresAndTheLastErrorWord) {
   const struct {
     bool encrypt;

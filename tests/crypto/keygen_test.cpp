@@ -1,5 +1,3 @@
-// Key generation: the prime walk recomputed independently on OpenSSL's MD5 and BN,
-// OpenSSL's check of the keys, the size limits and the primality steps.
 #include "crypto/keygen.h"
 
 #include <gtest/gtest.h>
@@ -17,9 +15,7 @@ using hylorn::RSA_PUBLIC_KEY;
 using hylorn::u32;
 using namespace hylorn_test;
 
-// One prime of the walk on BN: start = random mod (upper - lower + 1) + lower with
-// lower = 3 * 2^(bits - 2), upper = 2^bits - 1, made odd, then up by 2 until trial
-// division by 3, 5, 7, 11 and a base-2 Fermat test pass; again until gcd(p - 1, e) = 1.
+// One prime of the walk on BN: random in [3 * 2^(bits-2), 2^bits), odd, up by 2 to a prime.
 Bn model_prime(ModelGenerator& gen, unsigned bits, std::size_t bytes, BIGNUM* e) {
   BnCtx ctx(BN_CTX_new());
   Bn lower = new_bn(), range = new_bn(), a = new_bn(), g = new_bn(), u = new_bn();
@@ -62,9 +58,7 @@ INSTANTIATE_TEST_SUITE_P(Seeds, KeyGeneration,
                                          KeyCase{0xC3, 1023, 1}, KeyCase{0x17, 508, 0},
                                          KeyCase{0x80, 777, 1}));
 
-// The seed byte pins the primes to those of the independent walk; p > q, both odd with
-// exactly their bit counts and the two top bits set; n of the asked size; e as asked;
-// the records agree; and OpenSSL's key check accepts all eight numbers.
+// The seed byte pins the primes to those of the independent walk; OpenSSL checks the key.
 TEST_P(KeyGeneration, FollowsTheWalkAndMakesAConsistentKey) {
   const KeyCase c = GetParam();
   const unsigned long e = c.useF4 ? 65537 : 3;
@@ -96,8 +90,6 @@ TEST_P(KeyGeneration, FollowsTheWalkAndMakesAConsistentKey) {
   EXPECT_TRUE(key_checks(pkey_of(priv).get()));
 }
 
-// 507 and 1025 bits (and beyond) are refused with 1031, after re-seeding the state. The
-// exported pair is 1024 bits with e = 65537.
 TEST(KeyGenerationLimits, RefusedSizesAndTheExportedPair) {
   RSA_PUBLIC_KEY pub{};
   RSA_PRIVATE_KEY priv{};
@@ -115,9 +107,6 @@ TEST(KeyGenerationLimits, RefusedSizesAndTheExportedPair) {
   EXPECT_TRUE(key_checks(pkey_of(priv).get()));
 }
 
-// Trial division stops at a small prime itself; base-2 pseudoprimes pass Fermat; a walk
-// confined to one number accepts exactly what the test accepts (1025 otherwise); the
-// coprimality filters look at a - 1.
 TEST(PrimeTests, SmallFactorsFermatAndCoprimality) {
   const struct {
     MP_DIGIT a;

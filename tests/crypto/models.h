@@ -1,7 +1,4 @@
-// Independent models for the crypto tests: OpenSSL's BN for our arithmetic (conversions
-// written apart from MP_Decode/MP_Encode, operands that like the awkward digits), a scope
-// forcing one Montgomery path, our key records filled from OpenSSL keys, and the random
-// generator rebuilt from its rules on OpenSSL's MD5 and 128-bit integers.
+// Independent models for the crypto tests, on OpenSSL.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -158,8 +155,6 @@ inline EvpKey pkey_of(hylorn::RSA_PRIVATE_KEY r) {
   return key_from_numbers(numbers);
 }
 
-// An OpenSSL key and our two records of it. OpenSSL makes p > q, as our records require;
-// the check keeps it honest.
 struct Keys {
   EvpKey pkey;
   hylorn::RSA_PUBLIC_KEY pub;
@@ -178,9 +173,7 @@ inline Keys make_keys(unsigned bits, unsigned long e = 65537) {
   return k;
 }
 
-// The generator's rules: the state is a big-endian sum of the seed blocks' digests; an
-// output block is MD5 of the state, which then steps by adding 1 to its last byte,
-// carrying on only past a byte that was 0.
+// The generator: state = sum of seed digests, output = MD5(state), then the state steps.
 using Block16 = std::array<unsigned char, 16>;
 
 inline Block16 md5_block(const unsigned char* data, std::size_t n) {

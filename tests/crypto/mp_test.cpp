@@ -1,5 +1,3 @@
-// The MP_ arithmetic and the Montgomery engine against OpenSSL's BN over random operands
-// of every size from 1 to 33 digits, on every Montgomery path, plus the edge cases.
 #include <gtest/gtest.h>
 
 #include "models.h"
@@ -30,8 +28,6 @@ class MpBySize : public testing::TestWithParam<int> {
 
 INSTANTIATE_TEST_SUITE_P(Digits1To33, MpBySize, testing::Range(1, 34));
 
-// Sums, differences, left shifts and digit multiples with the word each returns (results
-// aliasing an input); right shifts with the bits shifted out; full products.
 TEST_P(MpBySize, AddSubMultShiftAndDigitMultiplesMatchBn) {
   for (int r = 0; r < 60; ++r) {
     Digits b = ops_.number(n()), c = ops_.number(n()), a = b, wide(2 * n());
@@ -60,8 +56,6 @@ TEST_P(MpBySize, AddSubMultShiftAndDigitMultiplesMatchBn) {
   }
 }
 
-// Quotient and remainder for dividends of up to twice the divisor's digits; products
-// mod d, gcds (with a shared factor half of the time) and inverses.
 TEST_P(MpBySize, DivModGcdAndInverseMatchBn) {
   for (int r = 0; r < 60; ++r) {
     std::size_t cDigits = 1 + ops_.below(2 * n32());
@@ -95,8 +89,7 @@ TEST_P(MpBySize, DivModGcdAndInverseMatchBn) {
   }
 }
 
-// b^c mod d: odd moduli on every Montgomery path (base 2, bases above d, exponents
-// short and long take different routes), even ones on the textbook windows.
+// Odd moduli on every Montgomery path, even ones on the textbook windows.
 TEST_P(MpBySize, ModExpMatchesBnOnEveryPath) {
   auto check = [&](int r, bool odd) {
     Digits d = ops_.full(n()), b = ops_.number(n()), a(n());  // b may exceed d
@@ -117,9 +110,6 @@ TEST_P(MpBySize, ModExpMatchesBnOnEveryPath) {
   for (int r = 0; r < 2; ++r) check(r, false);
 }
 
-// Comparison, digit and bit counts, zero test, and the byte codings: decoding keeps the
-// low digits of any length of bytes (129 and 133 among them), encoding fills to the left
-// with zeros and drops what does not fit.
 TEST_P(MpBySize, CompareCountAndCode) {
   for (int r = 0; r < 60; ++r) {
     Digits a = ops_.number(n()), b = ops_.coin() ? a : ops_.number(n());
@@ -145,8 +135,6 @@ TEST_P(MpBySize, CompareCountAndCode) {
   }
 }
 
-// Single-digit products, quotients (top bit set, high word below the divisor) and bits;
-// zero-digit compares and counts, shifts of 32 bits or more, powers of two at the top.
 TEST(MpEdge, SingleDigitsZeroLengthsAndShiftLimits) {
   Operands ops(5);
   for (int r = 0; r < 5000; ++r) {
@@ -171,9 +159,7 @@ TEST(MpEdge, SingleDigitsZeroLengthsAndShiftLimits) {
   EXPECT_EQ(a, (Digits{0, 0}));
 }
 
-// Division by zero writes nothing; a quotient digit whose estimate stays one too large
-// after refinement needs the add-back step. Exponent 0 gives 1 whatever the modulus; the
-// engine and the textbook path agree.
+// Division by zero writes nothing; the add-back step of division; exponent corners.
 TEST(MpEdge, DivisionAndExponentCorners) {
   Digits c = {7, 9}, zero = {0, 0}, q = {0xAB, 0xCD}, r = {0xEF, 0x12};
   hylorn::MP_Div(q.data(), r.data(), c.data(), 2, zero.data(), 2);
@@ -236,10 +222,7 @@ Bn mont_model(const Digits& a, const Digits& b, const BIGNUM* d, const BIGNUM* r
   return v;
 }
 
-// a b R^-1 mod d for the product and square kernels of every path, at the sizes with
-// kernels of their own (8 and 16 limbs) and beside them. The operands load the carry
-// chains: all-ones limbs, values just below d, moduli just below R; the first factor of
-// a product may exceed d.
+// The product and square kernels of every path at their own sizes and beside them.
 TEST(MontProduct, KernelsOfEveryPathMatchBn) {
   BnCtx ctx(BN_CTX_new());
   for (hylorn::MontPath path : mont_paths()) {
@@ -268,9 +251,7 @@ TEST(MontProduct, KernelsOfEveryPathMatchBn) {
   }
 }
 
-// The IFMA pair kernel: a b 2^-520 mod d, below 2d, for operands anywhere below 2d (its
-// outputs are not reduced further) and moduli of every shape below 2^512, including
-// those whose 52-bit limbs are all ones.
+// The IFMA pair kernel: a b 2^-520 mod d, below 2d, for operands below 2d.
 TEST(MontProduct, IfmaKernelMatchesBnBelowTwiceTheModulus) {
   Digits probe(17), one(17, 0), d1(16, 0xFFFFFFFFu);
   one[0] = 1;
@@ -296,9 +277,7 @@ TEST(MontProduct, IfmaKernelMatchesBnBelowTwiceTheModulus) {
   }
 }
 
-// The public exponentiation keeps constants per modulus: moduli that differ only in one
-// high digit, or only in length, must never share them, and more moduli than the cache
-// holds must come and go.
+// Moduli differing in one digit or in length never share cached constants.
 TEST(MontPublic, ModuliThatDifferLittleKeepTheirOwnConstants) {
   BnCtx ctx(BN_CTX_new());
   Operands ops(31);

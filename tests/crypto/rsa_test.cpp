@@ -1,5 +1,3 @@
-// RSA blocks against OpenSSL: the raw operations on random keys and inputs on every
-// Montgomery path, PKCS #1 v1.5 blocks both ways, every refusal code, and the wipe.
 #include "crypto/rsa.h"
 
 #include <gtest/gtest.h>
@@ -24,11 +22,6 @@ const Keys& key1024() {
   return k;
 }
 
-// The raw private operation as OpenSSL computes it.
-Bytes openssl_raw_private(const Keys& k, const Bytes& in) {
-  return openssl_decrypt(k.pkey.get(), in, RSA_NO_PADDING);
-}
-
 Bytes private_block(const RSA_PRIVATE_KEY& key, const Bytes& in) {
   Bytes out(128, 0xEE);
   u32 len = 0;
@@ -50,8 +43,7 @@ INSTANTIATE_TEST_SUITE_P(KeySizes, RawBlocks,
                                          RawCase{1023, 65537, false}, RawCase{768, 65537, false},
                                          RawCase{516, 3, false}, RawCase{1000, 65537, true}));
 
-// Random inputs below n and inputs that are 0 modulo a prime or sit at the ends of the
-// range (0, 1, 2, p, q, n - p, n - q, n - 1) through both raw operations on every path.
+// Random inputs and the edges (0, 1, 2, p, q, n - p, n - q, n - 1) on every path.
 TEST_P(RawBlocks, MatchOpenSslWithoutPadding) {
   const RawCase c = GetParam();
   Keys k = make_keys(c.bits, c.e);
@@ -83,14 +75,12 @@ TEST_P(RawBlocks, MatchOpenSslWithoutPadding) {
       ASSERT_EQ(out_len, len);
       out.resize(len);
       EXPECT_EQ(out, openssl_encrypt(k.pkey.get(), in, RSA_NO_PADDING)) << to_hex(in);
-      EXPECT_EQ(private_block(k.priv, in), openssl_raw_private(k, in)) << to_hex(in);
+      EXPECT_EQ(private_block(k.priv, in), openssl_decrypt(k.pkey.get(), in, RSA_NO_PADDING))
+          << to_hex(in);
     }
   }
 }
 
-// Our type-1 and type-2 blocks open with OpenSSL, and theirs with us, for 0 to 117
-// bytes; a type-2 block whose separator is its last byte is refused, and OpenSSL makes
-// no such block.
 TEST(RsaPkcs1, OpenSslReadsOurBlocksAndWeReadTheirs) {
   const Keys& k = key1024();
   EVP_PKEY* pkey = k.pkey.get();
@@ -123,8 +113,6 @@ TEST(RsaPkcs1, OpenSslReadsOurBlocksAndWeReadTheirs) {
   }
 }
 
-// The padding is drawn byte by byte from the given state, zeros drawn again and nothing
-// more drawn; a state that still wants seed is refused (1032) rather than looped on.
 TEST(RsaPkcs1, PaddingComesFromTheStateOneNonZeroByteAtATime) {
   const Keys& k = key1024();
   hylorn::RANDOM_STATE rs{}, copy{};
@@ -133,7 +121,7 @@ TEST(RsaPkcs1, PaddingComesFromTheStateOneNonZeroByteAtATime) {
   Bytes data(40, 0x5A), out(128);
   u32 out_len = 0;
   ASSERT_EQ(hylorn::RSA_Public_Encrypt(out.data(), &out_len, data.data(), 40, &k.pub, &rs), 0u);
-  Bytes block = openssl_raw_private(k, out);
+  Bytes block = openssl_decrypt(k.pkey.get(), out, RSA_NO_PADDING);
   ASSERT_EQ(block.size(), 128u);
   for (std::size_t i = 2; i < 128 - 40 - 1; ++i) {
     unsigned char b = 0;
@@ -149,9 +137,7 @@ TEST(RsaPkcs1, PaddingComesFromTheStateOneNonZeroByteAtATime) {
   EXPECT_EQ(out_len, 7u);
 }
 
-// Input lengths beyond 117 bytes to pad or 128 to open (1030, no wrap-around of the
-// length test), an input equal to the modulus (1025), and the all-zero key a key slot
-// name signs with: refused, *outLen left alone. The wrappers answer only 1 or 0.
+// Refused lengths and inputs leave *outLen alone; the wrappers answer 1 or 0.
 TEST(RsaPkcs1, RefusalsAndWrappers) {
   const Keys& k = key1024();
   const RSA_PRIVATE_KEY zero{};
@@ -180,9 +166,7 @@ Bytes block_of(std::initializer_list<Bytes> parts) {
   for (const Bytes& p : parts) b.insert(b.end(), p.begin(), p.end());
   return b;
 }
-// Recovered blocks made into inputs with OpenSSL's raw inverse operation, then opened by
-// our operation and its wrapper: the status and the length stored (kept = *outLen left
-// as it was: fewer than 8 padding bytes are refused after it is set).
+// Blocks made with OpenSSL's raw inverse, then opened by ours (kept: *outLen unchanged).
 TEST(RsaPkcs1, OpeningChecksEveryPartOfTheBlock) {
   constexpr u32 kept = 0xDEAD;
   const Keys& k = key1024();
@@ -210,8 +194,7 @@ TEST(RsaPkcs1, OpeningChecksEveryPartOfTheBlock) {
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(c.name);
-    Bytes in = c.type1 ? openssl_raw_private(k, c.block)
-                       : openssl_encrypt(k.pkey.get(), c.block, RSA_NO_PADDING);
+    Bytes in = (c.type1 ? openssl_decrypt : openssl_encrypt)(k.pkey.get(), c.block, RSA_NO_PADDING);
     ASSERT_EQ(in.size(), 128u);
     Bytes out(128, 0xEE);
     u32 out_len = kept;
@@ -228,8 +211,7 @@ TEST(RsaPkcs1, OpeningChecksEveryPartOfTheBlock) {
   }
 }
 
-// A fresh frame the size of what the private operation used: zeroed first, or read back
-// as that operation left it.
+// A fresh frame as big as the private operation's: zeroed, or read back as it was left.
 __attribute__((noinline)) Bytes stack_area(bool scrub) {
   volatile unsigned char area[48 * 1024];
   Bytes copy(sizeof area);
@@ -246,8 +228,6 @@ __attribute__((noinline)) void private_operation(const RSA_PRIVATE_KEY* key) {
   hylorn::RSA_Private_Block(out, &out_len, in, 128, key);
 }
 
-// The primes and CRT values, big-endian as in the record and as little-endian digit
-// arrays, must not survive on the stack after the private operation.
 TEST(RsaWipe, PrivateBlockLeavesNoKeyNumbersOnTheStack) {
 #if defined(__has_feature)
 #if __has_feature(address_sanitizer)

@@ -1,5 +1,3 @@
-// Base64 decoding and PEM armour: base64 lines of 64 between the caller's header and
-// footer, against OpenSSL's writer and reader, and the loose scan of the reader.
 #include <gtest/gtest.h>
 #include <openssl/pem.h>
 
@@ -17,10 +15,7 @@ namespace {
 
 using namespace hylorn_test;
 
-// Where decoding stops (the first padded group, a tail of fewer than 4 that remain),
-// what it skips, "=" as a zero sextet where it stands, and the one entry for a text that
-// ends inside a group (hex nullptr); the RFC 4648 vectors among them. The output buffer
-// is the documented 3 * strlen / 4 bytes.
+// Where decoding stops and what it skips; hex nullptr: the one "not 4" entry.
 TEST(Base64, DecodeStopsAndSkipsAsDocumented) {
   // clang-format off
   const std::pair<const char*, const char*> cases[] = {
@@ -63,8 +58,7 @@ std::string der2pem(const Bytes& der, const char* header = kBegin, const char* f
   return std::string(out.data(), len);
 }
 
-// PEM to DER from an unterminated copy of exactly pemLen bytes into the documented
-// 3 * pemLen / 4 bytes, so that reading or writing past either shows under ASan.
+// PEM to DER from an unterminated copy of exactly pemLen bytes, to show overreads.
 std::optional<Bytes> pem2der(const std::string& text) {
   std::vector<char> in(text.begin(), text.end());
   Bytes der(3 * text.size() / 4);
@@ -87,10 +81,6 @@ std::string openssl_write(const char* name, const Bytes& der) {
   return crlf;
 }
 
-// The layout (64-character lines, CR LF, no empty last line), the documented room being
-// exact, base64 of every length, and the list emptied on entry: we write OpenSSL's text
-// and read OpenSSL's text, whatever its label. An empty header or footer leaves its line
-// out.
 TEST(Pem, MatchesOpenSslBothWaysAtEveryLength) {
   std::mt19937 rng(7468);
   for (std::size_t n = 0; n <= 200; n += n < 100 ? 1 : 7) {
@@ -107,10 +97,7 @@ TEST(Pem, MatchesOpenSslBothWaysAtEveryLength) {
   EXPECT_EQ(der2pem({}, "H", ""), "H\r\n");
 }
 
-// The loose scan: bare base64, text around the armour, labels with dashes, and the two
-// refusals (hex nullptr: err_no 2 no closing dash, 3 no footer); then every prefix of a
-// real PEM text fails cleanly until it reaches the footer's first dash, and decodes in
-// full from there on.
+// The loose scan and its refusals; every prefix of a PEM text fails until the footer.
 TEST(Pem, ScansAsDocumentedAndReadsOnlyPemLen) {
   // clang-format off
   const std::tuple<std::string, const char*, int> cases[] = {
@@ -142,8 +129,6 @@ TEST(Pem, ScansAsDocumentedAndReadsOnlyPemLen) {
   }
 }
 
-// Refusals reported by the result alone, with the list emptied and the outputs
-// untouched: a negative length, and a failed scratch allocation either way.
 TEST(Pem, RefusalsWithAnEmptyList) {
   char out[64];
   unsigned char der[16] = {};

@@ -1,5 +1,3 @@
-// The PKCS #1 key encodings: OpenSSL's keys read here field by field and write back byte
-// for byte, the size class of a public key, and the refusals.
 #include "keys/key_der.h"
 
 #include <gtest/gtest.h>
@@ -67,9 +65,7 @@ struct Info {
 
 class OpenSslKeys : public ::testing::TestWithParam<unsigned> {};
 
-// Every number lands right-aligned in its own field (a swapped or shifted field shows),
-// bits follows the size-class rules, and encoding gives OpenSSL's DER back. A truncated
-// key never decodes, and the record it leaves holds nothing of it.
+// Every field right-aligned in its place, written back byte for byte; prefixes refused.
 TEST_P(OpenSslKeys, ReadFieldByFieldWrittenBackAndPrefixesRefused) {
   const EvpKey key = openssl_keygen(GetParam());
   const Bytes pub = public_der(key.get()), pri = private_der(key.get());
@@ -104,8 +100,7 @@ TEST_P(OpenSslKeys, ReadFieldByFieldWrittenBackAndPrefixesRefused) {
 
 INSTANTIATE_TEST_SUITE_P(Sizes, OpenSslKeys, ::testing::Values(512u, 768u, 1024u));
 
-// Each field one byte longer than its place (a sign byte aside) is refused, leaving
-// nothing of the record filled; at its width it fits.
+// A field one byte longer than its place is refused and leaves the record zeroed.
 template <class Record>
 void check_field_widths(u32 (*decode)(const u8*, u32, Record*), std::vector<std::size_t> widths,
                         std::vector<Bytes> leading) {
@@ -127,10 +122,7 @@ TEST(KeyFields, LongerThanTheirPlaceAreRefused) {
   check_field_widths(hylorn::d2c_RSA_PRIVATE_KEY, {128, 128, 128, 64, 64, 64, 64, 64}, {{0x00}});
 }
 
-// Shapes the readers accept or refuse. The private key's version is skipped unread; a
-// public key may carry more after its exponent; a negative length never reads. bits of a
-// public key is a size class: moduli up to 64 bytes read as 512, longer ones as 1024, and
-// a sign byte does not count.
+// The private version is skipped unread; a public key's bits is a size class (512 or 1024).
 const std::string kSeven = "02 01 02 02 01 03 02 01 04 02 01 05 02 01 06 02 01 07 02 01 08 ";
 const std::string kPrivate = "30 1b 02 01 00 " + kSeven + "02 01 09";
 std::string public_with(const Bytes& modulus) {
@@ -169,8 +161,6 @@ TEST(KeyShapes, AcceptedOrRefused) {
   }
 }
 
-// Allocation failures anywhere in either direction are reported, and leak nothing (the
-// sanitizer build checks that).
 TEST(KeyCoders, EveryAllocationFailureIsReported) {
   const Bytes der = openssl_pair().pri;
   RSA_PRIVATE_KEY pri, back;
@@ -188,8 +178,6 @@ TEST(KeyCoders, EveryAllocationFailureIsReported) {
   EXPECT_GT(n, 18);  // at least one allocation per element in each direction
 }
 
-// Crypt_Restore_Key keeps its odd result table: either key decoding is success; two
-// undecodable keys fail except under a slot name, matched exactly.
 TEST(RestoreKey, ResultTable) {
   const Bytes pub = from_hex("30 06 02 01 65 02 01 03"), pri = from_hex(kPrivate);
   const Bytes junk = from_hex("04 02 30 00");

@@ -1,5 +1,3 @@
-// Keys shared by the key-service tests, made once per test binary: generating them is
-// the slow part of these suites.
 #pragma once
 
 #include <stdexcept>
@@ -13,8 +11,7 @@ namespace keys_test {
 using namespace hylorn_test;
 using u8 = unsigned char;
 
-// A DER element: tag, definite length (short form, or long form of one or two bytes),
-// contents.
+// A DER element with a definite length of short or long form.
 inline Bytes tlv(unsigned char tag, const Bytes& contents) {
   const std::size_t n = contents.size();
   Bytes out = n < 0x80    ? Bytes{tag, u8(n)}
@@ -36,8 +33,7 @@ struct DerPair {
   Bytes pri;
 };
 
-// A pair from our generator ("keypair.out"), made in a scratch working directory so that
-// a file written by mistake goes nowhere.
+// Our generator's pair, made in a scratch working directory.
 inline const DerPair& our_pair() {
   static const DerPair pair = [] {
     TempDir cwd(TempDir::kEnter);

@@ -1,5 +1,3 @@
-// Key pair generation, key files and key names. Every file lives in a temporary
-// directory that the test removes.
 #include <gtest/gtest.h>
 #include <openssl/core_names.h>
 #include <sys/resource.h>
@@ -40,8 +38,6 @@ struct PairOut {
   }
 };
 
-// "keypair.out" gives a sound 1024-bit pair with e = 65537; a slot name leaves both
-// buffers and lengths untouched. Neither writes a file.
 TEST(GenRSAKeyPair, KeypairOutAndSlotNamesWriteNoFile) {
   TempDir cwd(TempDir::kEnter);
   PairOut out;
@@ -60,9 +56,7 @@ TEST(GenRSAKeyPair, KeypairOutAndSlotNamesWriteNoFile) {
   EXPECT_EQ(cwd.entries(), Names{});
 }
 
-// The key file is the private DER alone, replacing what was there ("Keypair.db3" is no
-// slot name), and the public half read back from it is the DER the call returned. A file
-// that cannot be created fails, with both outputs already written.
+// The key file is the private DER alone; an uncreatable file fails after both outputs.
 TEST(GenRSAKeyPair, KeyFileHoldsThePrivateDerAndGivesBackThePublicOne) {
   TempDir dir;
   const std::string path = dir.path("Keypair.db3");
@@ -80,8 +74,7 @@ TEST(GenRSAKeyPair, KeyFileHoldsThePrivateDerAndGivesBackThePublicOne) {
   EXPECT_TRUE(uncreatable.halves_match());
 }
 
-// A key file is its owner's alone, and a write that fails half-way (here the file-size
-// limit, which binds root too) leaves the earlier key whole and no partial file behind.
+// The file-size limit makes the write fail half-way: the earlier key stays whole.
 TEST(GenRSAKeyPair, KeyFileIsPrivateAndNeverHalfWritten) {
   TempDir dir;
   const std::string path = dir.path("ca.key");
@@ -106,8 +99,6 @@ TEST(GenRSAKeyPair, KeyFileIsPrivateAndNeverHalfWritten) {
   EXPECT_EQ(dir.entries(), Names{"ca.key"});
 }
 
-// A slot has no public key even when a file of its name holds one; a file that holds no
-// private key gives none. Nothing is written on refusal.
 TEST(GetRSAPublicKey, RefusesWritingNothing) {
   TempDir cwd(TempDir::kEnter);
   write_file("keypair.db5", openssl_pair().pri);

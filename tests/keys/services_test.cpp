@@ -1,6 +1,3 @@
-// The exported RSA services against OpenSSL: raw blocks both ways, digital envelopes,
-// signatures (PKCS #1 v1.5 signing is deterministic, so ours and OpenSSL's must be the
-// same bytes), the result rules of verification, and signing by key name.
 #include <gtest/gtest.h>
 #include <openssl/rsa.h>
 
@@ -28,10 +25,7 @@ Outcome run(KeyFn fn, const Bytes& in, const Bytes& key, std::size_t room = HYLO
   return {r, out};
 }
 
-// Both encrypting directions take at most 117 bytes into a 1024-bit block, OpenSSL opens
-// what they make, and longer data is refused without output. Each decrypting direction
-// opens its own block type only, OpenSSL's public-key encryption included; keys that do
-// not decode fail every direction.
+// Decrypting directions open their own block type only; bad keys fail every direction.
 TEST(RawRsa, DirectionsAgainstOpenSsl) {
   const DerPair& pair = openssl_pair();
   for (std::size_t length : {0u, 1u, 117u, 118u, 128u}) {
@@ -73,9 +67,7 @@ Bytes c_string(const std::string& s) {
 
 class Envelope : public ::testing::TestWithParam<std::size_t> {};
 
-// Made for a key from our generator: OpenSSL unwraps the session key from the first 128
-// bytes and the rest deciphers under it with our cipher; both envelope readers, one with
-// the DER key and one with a key file, give the data back.
+// OpenSSL unwraps the session key; both envelope readers give the data back.
 TEST_P(Envelope, OpensWithOpenSslAndWithBothReaders) {
   const std::size_t n = GetParam();
   const DerPair& pair = our_pair();
@@ -100,8 +92,6 @@ TEST_P(Envelope, OpensWithOpenSslAndWithBothReaders) {
 
 INSTANTIATE_TEST_SUITE_P(Lengths, Envelope, ::testing::Values(0u, 1u, 7u, 8u, 4097u, 10000u));
 
-// An envelope of no more than the wrapped key is refused before any decryption, with
-// nothing written; so are slot names and keys of the wrong kind.
 TEST(EnvelopeRefusals, ShortInputsAndUnusableKeys) {
   const DerPair& pair = openssl_pair();
   const Outcome sealed = run(Crypt_Enc_Data, pattern(40), pair.pub, 128 + 48);
@@ -141,9 +131,7 @@ unsigned verify(int alg, const Bytes& pub, const Bytes& data, const Bytes& sig) 
                              unsigned(data.size()), sig.data(), unsigned(sig.size()));
 }
 
-// Every identifier, on our generated key and on OpenSSL's, makes OpenSSL's signature byte
-// for byte and each side verifies the other's. OpenSSL no longer computes MD2, so its raw
-// public operation opens those signatures and the DigestInfo must hold the RFC 1319 digest.
+// Ours and OpenSSL's signatures are the same bytes; MD2 ones are opened raw.
 TEST(Signature, SameBytesAsOpenSslAndEachVerifiesTheOther) {
   const char* md2_abc = "3020300c06082a864886f70d020205000410da853b0d3f88d99b30283a69e6ded6bb";
   const struct {
@@ -176,12 +164,7 @@ TEST(Signature, SameBytesAsOpenSslAndEachVerifiesTheOther) {
   }
 }
 
-// 0 valid, 2 for a signature that opens but does not match, 1 for one that does not open
-// (wrong length, not below the modulus, a public key that does not decode), 3 for an
-// identifier without a digest, which also fails signing without touching the outputs.
-// Only the DigestInfo's length of the opened block is compared: a block that carries more
-// after a matching DigestInfo verifies here, though OpenSSL refuses it; one whose last
-// byte differs, or that carries less, does not match.
+// 0 valid, 1 unopenable, 2 mismatch, 3 no digest; only the DigestInfo's length is compared.
 TEST(Verify, ResultRules) {
   const DerPair& pair = openssl_pair();
   const Bytes data = bytes_of("the signed text");
@@ -225,10 +208,7 @@ Bytes sign_by_name(const char* name, const Bytes& data) {
   return sig;
 }
 
-// The slot names are matched exactly and never opened: a file carrying a slot's name is
-// not read, while the same name with a capital letter is a file like any other. A key
-// file is read only up to its 2048th byte: a DER key of exactly 2048 bytes (the unread
-// version grown into an OCTET STRING) loads whatever follows it, one of 2049 does not.
+// Slot names are never opened; a key file is read only up to its 2048th byte.
 TEST(SignByName, SlotNamesAndTheFirst2048BytesOfAFile) {
   TempDir cwd(TempDir::kEnter);
   const DerPair& pair = openssl_pair();
