@@ -13,6 +13,7 @@
 #include "frame/buffer.h"
 #include "fuzz_support.h"
 #include "hylorn.h"
+#include "split_cert.h"
 #include "x509/cert.h"
 #include "x509/cert_calls.h"
 #include "x509/signed_packet.h"
@@ -24,12 +25,7 @@ using fuzz_support::check;
 using fuzz_support::same;
 using Bytes = std::vector<unsigned char>;
 
-struct Split {
-  USER_X509_TBS_CERT tbs;
-  USER_X509_ALG_ID alg;
-  u8 sig[kSignatureSize];
-  u32 sigLen;
-};
+using Split = fuzz_support::SplitCert;
 
 // The caller record back to TBS DER, wrapped with the given algorithm and signature. As
 // Crypt_Encode_Cert does, the version is always written: decoding never sets the flag

@@ -14,6 +14,7 @@
 #include "fixed_key.h"
 #include "fuzz_support.h"
 #include "hylorn.h"
+#include "split_cert.h"
 #include "x509/cert.h"
 #include "x509/signed_packet.h"
 
@@ -26,12 +27,7 @@ using fuzz_support::check;
 using fuzz_support::same;
 using Bytes = std::vector<unsigned char>;
 
-struct Split {
-  USER_X509_TBS_CERT tbs;
-  USER_X509_ALG_ID alg;
-  u8 sig[kSignatureSize];
-  u32 sigLen;
-};
+using Split = fuzz_support::SplitCert;
 
 // The signature the fixed key makes over the certificate's TBS octets with its own
 // algorithm, or nothing when the certificate does not split or the algorithm signs
