@@ -114,6 +114,10 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   // selection bits cannot tell: SubjectKeyIdentifier, ExtKeyUsage and the private
   // extension have none, so the record's own presence flags decide.
   if (!knows_an_extension(split->tbs.extensions)) split->tbs.extensionsPresent = 0;
+  // A path length read beside cA FALSE is dropped by the encoder, which writes one only
+  // for a CA: it comes back as BasicConstraints without a path length.
+  const USER_XEXT_BasicConstraints& bc = split->tbs.extensions.basicConstraints;
+  if (split->tbs.extensions.basicConstraintsPresent != 0 && bc.cA == 0) before->pathLen = -1;
   Bytes tbs;
   const Bytes second = re_encode(*split, &tbs);
 
