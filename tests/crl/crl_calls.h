@@ -52,34 +52,43 @@ inline Crl as_decoded(Crl c) {
   return c;
 }
 
-// Empty on failure; *failed_at: 1 Init, 2 an Update, 3 Final, 0 none.
-inline Bytes encode(const Crl& c, int* failed_at = nullptr) {
-  int ignored = 0;
-  int& step = failed_at != nullptr ? *failed_at : ignored;
+// The three encoding calls one at a time, so that other work can go between them.
+inline unsigned crl_init(const Crl& c) {
+  return Crypt_Encode_Crl_Init(u8(c.version), static_cast<unsigned short>(c.alg), c.params.data(),
+                               u32(c.params.size()), IN_SLOTS(c.issuer), c.thisUpdate.c_str(),
+                               c.nextUpdate.c_str());
+}
+inline unsigned crl_update(const Entry& e) {
+  return Crypt_Encode_Crl_Update(e.serial.data(), u32(e.serial.size()), e.revoked.c_str(), e.ext,
+                                 e.crit, e.reason, e.invalidity.c_str());
+}
+// Empty on failure.
+inline Bytes crl_final(const Crl& c) {
   Bytes out(8192 + 256 * c.entries.size());
   u32 outLen = 0;
-  step = 1;
-  if (Crypt_Encode_Crl_Init(u8(c.version), static_cast<unsigned short>(c.alg), c.params.data(),
-                            u32(c.params.size()), IN_SLOTS(c.issuer), c.thisUpdate.c_str(),
-                            c.nextUpdate.c_str()) != 0) {
-    return {};
-  }
-  step = 2;
-  for (const Entry& e : c.entries) {
-    if (Crypt_Encode_Crl_Update(e.serial.data(), u32(e.serial.size()), e.revoked.c_str(), e.ext,
-                                e.crit, e.reason, e.invalidity.c_str()) != 0) {
-      return {};
-    }
-  }
-  step = 3;
   if (Crypt_Encode_Crl_Final(c.ext, c.crit, IN_SLOTS(c.akiIssuer), c.akiSerial.data(),
                              int(c.akiSerial.size()), c.number.data(), u32(c.number.size()),
                              (c.key.empty() ? library_key().path : c.key).c_str(), "", out.data(),
                              &outLen) != 0) {
     return {};
   }
-  step = 0;
   out.resize(outLen);
+  return out;
+}
+
+// Empty on failure; *failed_at: 1 Init, 2 an Update, 3 Final, 0 none.
+inline Bytes encode(const Crl& c, int* failed_at = nullptr) {
+  int ignored = 0;
+  int& step = failed_at != nullptr ? *failed_at : ignored;
+  step = 1;
+  if (crl_init(c) != 0) return {};
+  step = 2;
+  for (const Entry& e : c.entries) {
+    if (crl_update(e) != 0) return {};
+  }
+  step = 3;
+  Bytes out = crl_final(c);
+  if (!out.empty()) step = 0;
   return out;
 }
 

@@ -1,89 +1,15 @@
 #include <gtest/gtest.h>
 
-#include <array>
-
-#include "x509/common.h"
+#include "request/request_calls.h"
 
 namespace {
 
-using namespace hylorn_test;
-using u8 = unsigned char;
-using Name = std::array<std::string, 16>;  // slot order: C, O, OU, ST, CN, L, title, ...
+using namespace request_test;
 
 const Name kFull = {"DE",    "Org",   "Unit",     "Bavaria", "Full Name",      "Munich",
                     "Dr",    "Doe",   "John",     "JD",      "jd@example.org", "Street 1",
                     "80331", "Box 7", "+49 89 1", "Telex 9"};
-const auto named = [](const std::string& cn) { return Name{"DE", "Hylorn", "", "", cn}; };
 const Name kShort = named("Request One");
-
-// AlgorithmIdentifier { 1.2.840.113549.1.1.n, NULL }: 1 rsaEncryption, 3 md4WithRSA, 4 md5WithRSA.
-Bytes alg(u8 n) {
-  return seq({from_hex("06 09 2A 86 48 86 F7 0D 01 01"), {n, 5, 0}});
-}
-Bytes bits(const Bytes& b) {
-  return tlv(0x03, concat({{0}, b}));
-}
-Bytes spki(const Bytes& key) {
-  return seq({alg(1), bits(key)});
-}
-Bytes signed_md5(const Bytes& tbs, const Bytes& sig = Bytes(128, 0x33), u8 n = 4) {
-  return seq({tbs, alg(n), bits(sig)});
-}
-// Name: C "DE", O "Hylorn", CN cn, one PrintableString AttributeTypeAndValue per RDN.
-Bytes name_der(const std::string& cn = "Request One") {
-  Bytes rdns;
-  for (auto [type, value] : {std::pair<u8, std::string>{6, "DE"}, {10, "Hylorn"}, {3, cn}}) {
-    rdns = concat(
-        {rdns, tlv(0x31, seq({from_hex("06 03 55 04"), {type}, tlv(0x13, bytes_of(value))}))});
-  }
-  return tlv(0x30, rdns);
-}
-// CertificationRequestInfo; attributes [0] IMPLICIT SET OF Attribute, empty.
-Bytes info(const Bytes& key, const Bytes& name = name_der(), const Bytes& version = {2, 1, 0},
-           const Bytes& attributes = {0xA0, 0}) {
-  return seq({version, name, spki(key), attributes});
-}
-// SignedPublicKeyAndChallenge around key, challenge and more.
-Bytes spkac(const Bytes& key, const Bytes& challenge, const Bytes& more = {}) {
-  return signed_md5(seq({spki(key), challenge, more}));
-}
-
-// Empty when encoding fails (the length output then untouched).
-Bytes encode(const Name& s, const Bytes& key, const std::string& keyName, u8 version = 0) {
-  Bytes out(HYLORN_CERT_DER_SIZE);
-  unsigned len = 77;
-  if (Crypt_Encode_Pkcs10(version, s[0].c_str(), s[1].c_str(), s[2].c_str(), s[3].c_str(),
-                          s[4].c_str(), s[5].c_str(), s[6].c_str(), s[7].c_str(), s[8].c_str(),
-                          s[9].c_str(), s[10].c_str(), s[11].c_str(), s[12].c_str(), s[13].c_str(),
-                          s[14].c_str(), s[15].c_str(), key.data(), unsigned(key.size()),
-                          keyName.c_str(), "", out.data(), &len) != 0) {
-    EXPECT_EQ(len, 77u);
-    return {};
-  }
-  out.resize(len);
-  return out;
-}
-
-struct Decoded {
-  unsigned rc = 1, version = 0;
-  Name subject;
-  Bytes key;
-  std::string challenge;
-};
-// der reaches the library in a block of exactly its size; spkac picks the Netscape reader.
-Decoded decode(bool spkac, const Bytes& der) {
-  char s[16][HYLORN_NAME_SIZE], challenge[HYLORN_CHALLENGE_SIZE] = "";
-  u8 key[HYLORN_PUBKEY_SIZE];
-  unsigned len = 0, n = unsigned(der.size());
-  Decoded d;
-  d.rc = spkac ? Crypt_Decode_NetscapeCertReq(der.data(), n, key, &len, challenge)
-               : Crypt_Decode_Pkcs10(der.data(), n, &d.version, s[0], s[1], s[2], s[3], s[4], s[5],
-                                     s[6], s[7], s[8], s[9], s[10], s[11], s[12], s[13], s[14],
-                                     s[15], key, &len);
-  for (int i = 0; d.rc == 0 && !spkac && i < 16; ++i) d.subject[i] = s[i];
-  if (d.rc == 0) d.key.assign(key, key + len), d.challenge = challenge;
-  return d;
-}
 
 // By hand where given; `openssl req` verifies it and shows the subject, postOfficeBox last.
 TEST(Pkcs10Encode, AssembledByHandAndReadByOpenSsl) {
