@@ -46,11 +46,15 @@ inline crl_test::Entry revoked(u8 a, u8 b) {
 // output of every call.
 struct Service {
   KeyFile key;
+  const u8 *pub = key.pub.data(), *pri = key.pri.data();
+  const unsigned pubLen = unsigned(key.pub.size()), priLen = unsigned(key.pri.size());
+  const Bytes data = bytes_of("the whole service");
+  const u8* msg = data.data();
+  const unsigned msgLen = unsigned(data.size());
   Bytes cert, crl, request, netscape;
   std::string pem, restored = key.dir.path("restored.key");
-  Bytes sig = Bytes(HYLORN_RSA_BLOCK_SIZE), byPri = Bytes(HYLORN_RSA_BLOCK_SIZE),
-        byPub = Bytes(HYLORN_RSA_BLOCK_SIZE), sealed = Bytes(512);
-  const Bytes data = bytes_of("the whole service");
+  u8 sig[HYLORN_RSA_BLOCK_SIZE], byPri[HYLORN_RSA_BLOCK_SIZE], byPub[HYLORN_RSA_BLOCK_SIZE];
+  Bytes sealed = Bytes(512);
   u8 out[HYLORN_PKCS7_CHAIN_SIZE + HYLORN_CERT_DER_SIZE];
   u8 field[8][HYLORN_RSA_BLOCK_SIZE];
   unsigned len, len2, word[8];
@@ -65,17 +69,13 @@ struct Service {
     pem.resize(2 * cert.size() + 256);
     DER2PEM_data_format(cert.data(), n(cert), pem.data(), &got, "-----B-----", "-----E-----");
     pem.resize(got);
-    Crypt_Gen_Signature(3, key.path.c_str(), "", data.data(), n(data), sig.data(), &got);
-    Crypt_Asyn_Enc_Data_By_Prikey(data.data(), n(data), byPri.data(), &got, pri(), priLen());
-    Crypt_Asyn_Enc_Data_By_Pubkey(data.data(), n(data), byPub.data(), &got, pub(), pubLen());
-    Crypt_Enc_Data(data.data(), n(data), sealed.data(), &got, pub(), pubLen());
+    Crypt_Gen_Signature(3, key.path.c_str(), "", msg, msgLen, sig, &got);
+    Crypt_Asyn_Enc_Data_By_Prikey(msg, msgLen, byPri, &got, pri, priLen);
+    Crypt_Asyn_Enc_Data_By_Pubkey(msg, msgLen, byPub, &got, pub, pubLen);
+    Crypt_Enc_Data(msg, msgLen, sealed.data(), &got, pub, pubLen);
     sealed.resize(got);
   }
   static unsigned n(const Bytes& b) { return unsigned(b.size()); }
-  const u8* pub() const { return key.pub.data(); }
-  const u8* pri() const { return key.pri.data(); }
-  unsigned pubLen() const { return n(key.pub); }
-  unsigned priLen() const { return n(key.pri); }
 };
 
 // What a run with a failed allocation leaves in the error list.
@@ -99,49 +99,46 @@ inline const Call kCalls[] = {
   {"PEM2DER", {1}, kEmpty, [](S s) {
      return PEM2DER_data_format(s.pem.c_str(), int(s.pem.size()), s.out, &s.len); }},
   {"DecodePubkeyInfo", {-1}, kNamed, [](S s) {
-     return Crypt_Decode_Pubkey_Info(s.pub(), int(s.pubLen()), s.word, s.field[0], s.field[1]); }},
+     return Crypt_Decode_Pubkey_Info(s.pub, int(s.pubLen), s.word, s.field[0], s.field[1]); }},
   {"DecodePrikeyInfo", {-1}, kNamed, [](S s) {
-     return Crypt_Decode_Prikey_Info(s.pri(), int(s.priLen()), s.word, s.field[0], s.field[1], s.field[2],
-                                     s.field[3], s.field[4], s.field[5], s.field[6], s.field[7]); }},
+     u8(*f)[HYLORN_RSA_BLOCK_SIZE] = s.field;
+     return Crypt_Decode_Prikey_Info(s.pri, int(s.priLen), s.word, f[0], f[1], f[2], f[3], f[4],
+                                     f[5], f[6], f[7]); }},
   // It answers 1 only when neither key decodes, so the public one is left out.
   {"RestoreKey", {1}, kNamed, [](S s) {
-     return Crypt_Restore_Key(s.restored.c_str(), nullptr, 0, s.pri(), int(s.priLen())); }},
+     return Crypt_Restore_Key(s.restored.c_str(), nullptr, 0, s.pri, int(s.priLen)); }},
   {"GenRSAKeyPair", {1}, kUnread, [](S s) {
      return Crypt_GenRSAKeyPair("keypair.out", 0, s.out, &s.len, s.out + 256, &s.len2); }},
   // The public key encoder's result is deliberately not examined: its failures answer 0.
   {"GetRSAPublicKey", {1, 0}, kNamed, [](S s) {
      return Crypt_GetRSAPublicKey(s.key.path.c_str(), 0, s.out, &s.len); }},
   {"GenSignature", {1}, kNamed, [](S s) {
-     return Crypt_Gen_Signature(3, s.key.path.c_str(), "", s.data.data(), n(s.data), s.out, &s.len); }},
+     return Crypt_Gen_Signature(3, s.key.path.c_str(), "", s.msg, s.msgLen, s.out, &s.len); }},
   {"GenSignatureByPrikey", {1}, kNamed, [](S s) {
-     return Crypt_Gen_Signature_By_Prikey(3, s.pri(), s.priLen(), s.data.data(), n(s.data), s.out,
-                                          &s.len); }},
+     return Crypt_Gen_Signature_By_Prikey(3, s.pri, s.priLen, s.msg, s.msgLen, s.out, &s.len); }},
   {"VerSignature", {1}, kNamed, [](S s) {
-     return Crypt_Ver_Signature(3, s.pub(), s.pubLen(), s.data.data(), n(s.data), s.sig.data(),
-                                128); }},
+     return Crypt_Ver_Signature(3, s.pub, s.pubLen, s.msg, s.msgLen, s.sig, 128); }},
   {"GetPubKeyFromCert", {1}, kNamed, [](S s) {
      return Crypt_Get_PubKey_FromCert(s.cert.data(), n(s.cert), s.out, &s.len); }},
   // 3 while the key is taken from the certificate, then what VerSignature answers.
   {"VerSignatureByCert", {3, 1}, kNamed, [](S s) {
-     return Crypt_Ver_Signature_ByCert(3, s.cert.data(), n(s.cert), s.data.data(), n(s.data),
-                                       s.sig.data(), 128); }},
+     const u8* c = s.cert.data();
+     return Crypt_Ver_Signature_ByCert(3, c, n(s.cert), s.msg, s.msgLen, s.sig, 128); }},
   {"AsynEncByPrikey", {1}, kNamed, [](S s) {
-     return Crypt_Asyn_Enc_Data_By_Prikey(s.data.data(), n(s.data), s.out, &s.len, s.pri(),
-                                          s.priLen()); }},
+     return Crypt_Asyn_Enc_Data_By_Prikey(s.msg, s.msgLen, s.out, &s.len, s.pri, s.priLen); }},
   {"AsynDecByPubkey", {1}, kNamed, [](S s) {
-     return Crypt_Asyn_Dec_Data_By_Pubkey(s.byPri.data(), 128, s.out, &s.len, s.pub(), s.pubLen()); }},
+     return Crypt_Asyn_Dec_Data_By_Pubkey(s.byPri, 128, s.out, &s.len, s.pub, s.pubLen); }},
   {"AsynEncByPubkey", {1}, kNamed, [](S s) {
-     return Crypt_Asyn_Enc_Data_By_Pubkey(s.data.data(), n(s.data), s.out, &s.len, s.pub(),
-                                          s.pubLen()); }},
+     return Crypt_Asyn_Enc_Data_By_Pubkey(s.msg, s.msgLen, s.out, &s.len, s.pub, s.pubLen); }},
   {"AsynDecByPrikey", {1}, kNamed, [](S s) {
-     return Crypt_Asyn_Dec_Data_By_Prikey(s.byPub.data(), 128, s.out, &s.len, s.pri(), s.priLen()); }},
+     return Crypt_Asyn_Dec_Data_By_Prikey(s.byPub, 128, s.out, &s.len, s.pri, s.priLen); }},
   {"EncData", {1}, kNamed, [](S s) {
-     return Crypt_Enc_Data(s.data.data(), n(s.data), s.out, &s.len, s.pub(), s.pubLen()); }},
+     return Crypt_Enc_Data(s.msg, s.msgLen, s.out, &s.len, s.pub, s.pubLen); }},
   {"DecData", {1}, kNamed, [](S s) {
      return Crypt_Dec_Data(s.sealed.data(), n(s.sealed), s.out, &s.len, s.key.path.c_str()); }},
   {"DecDataByPrikey", {1}, kNamed, [](S s) {
-     return Crypt_Dec_Data_By_Prikey(s.sealed.data(), n(s.sealed), s.out, &s.len, s.pri(),
-                                     s.priLen()); }},
+     return Crypt_Dec_Data_By_Prikey(s.sealed.data(), n(s.sealed), s.out, &s.len, s.pri,
+                                     s.priLen); }},
   {"EncodeCert", {1}, kNamed, [](S s) {
      Bytes der;
      return x509_test::encode_cert(cert_input(s.key, "Service"), &der); }},
@@ -152,7 +149,8 @@ inline const Call kCalls[] = {
   {"VerCertByRootCert", {1}, kNamed, [](S s) {
      return Crypt_Ver_Cert_ByRootCert(s.cert.data(), n(s.cert), s.cert.data(), n(s.cert)); }},
   {"GenCertChain", {1}, kNamed, [](S s) {
-     return Crypt_Gen_Cert_Chain(s.cert.data(), n(s.cert), s.cert.data(), n(s.cert), s.out, &s.len); }},
+     const u8* c = s.cert.data();
+     return Crypt_Gen_Cert_Chain(c, n(s.cert), c, n(s.cert), s.out, &s.len); }},
   {"EncodeCrl", {1}, kNamed, [](S s) {
      return crl_test::encode(crl_input(s.key, {revoked(7, 7), revoked(8, 8)})).empty(); }},
   // The handle's own record fails without an entry: the session calls add none of theirs.
