@@ -103,14 +103,22 @@ const auto crl_number = [](std::size_t octets) {
 };
 
 // CRLs made by hand: read, or refused with the chain of entries (the two outermost steps
-// left out). The reason values are those that are not a non-negative 32-bit ENUMERATED.
+// left out).
 TEST(CrlDecoded, ReadOrRefusedWithTheFailingChain) {
   const ErrEntry tiem{927, 1, "tiem type error"}, in_entry{933, 7, "l2u_REVOKED_CERT"};
   const auto with_reason = [](const char* value) {
     return crl_of(kHead, kTime,
                   one_entry({9}, kTime, seq({ext("06 03 55 1d 15", from_hex(value))})));
   };
-  std::vector<std::pair<Bytes, Entries>> rows = {
+  // A reason that is not a non-negative 32-bit ENUMERATED.
+  const auto bad_reason = [&](const char* value, const ErrEntry& entry) {
+    return std::pair(with_reason(value), Entries{entry,
+                                                 {914, 1, "ASN1_Decode_Enumerated"},
+                                                 {921, 2, "Decode_XEXT_CRLReason"},
+                                                 {929, 3, "l2u_CRL_ENTRY_EXTENSIONS"},
+                                                 in_entry});
+  };
+  std::pair<Bytes, Entries> rows[] = {
       {crl_of(kAlgName, kTime), {}},  // no version: v1
       {crl_of(kHead, kTime, crl_number(128)), {}},
       {with_reason("0a 05 00 ff ff ff ff"), {}},
@@ -125,24 +133,14 @@ TEST(CrlDecoded, ReadOrRefusedWithTheFailingChain) {
        {{918, 2, "crl number too length"},
         {923, 3, "Decode_XEXT_CRLNumber"},
         {933, 8, "l2u_CRL_EXTENSIONS"}}},
+      bad_reason("0a", {912, 1, "data length less than 2"}),
+      bad_reason("02 01 01", {912, 2, "tag type"}),
+      bad_reason("0a 02 01", {912, 5, "data length"}),
+      bad_reason("0a 00", {912, 6, "data length"}),
+      bad_reason("0a 01 80", {912, 7, "negative value"}),
+      bad_reason("0a 05 01 00 00 00 00", {912, 8, "data too length"}),
+      bad_reason("0a 06 00 00 00 00 00 01", {912, 8, "data too length"}),
   };
-  const std::pair<const char*, ErrEntry> reasons[] = {
-      {"0a", {912, 1, "data length less than 2"}},
-      {"02 01 01", {912, 2, "tag type"}},
-      {"0a 02 01", {912, 5, "data length"}},
-      {"0a 00", {912, 6, "data length"}},
-      {"0a 01 80", {912, 7, "negative value"}},
-      {"0a 05 01 00 00 00 00", {912, 8, "data too length"}},
-      {"0a 06 00 00 00 00 00 01", {912, 8, "data too length"}},
-  };
-  for (const auto& [value, entry] : reasons) {
-    rows.push_back({with_reason(value),
-                    {entry,
-                     {914, 1, "ASN1_Decode_Enumerated"},
-                     {921, 2, "Decode_XEXT_CRLReason"},
-                     {929, 3, "l2u_CRL_ENTRY_EXTENSIONS"},
-                     in_entry}});
-  }
   for (auto& [der, errors] : rows) {
     const std::optional<Crl> back = decode(der);
     EXPECT_EQ(back ? back->thisUpdate : "", errors.empty() ? "20500101000000" : "") << to_hex(der);
@@ -208,33 +206,6 @@ TEST(CrlEncodeFailure, EachCallRefusesWhatItCannotWrite) {
             1u);
 }
 
-const Crl kSmall{
-    .entries = {{{0x01}, "20250101000000", kReason | kInvalidity, kReason, 1, "20241231000000"},
-                {{0x81, 0x02}, "20500101000000"},
-                {{0x03}, "20250103000000", kInvalidity, 0, 0, "20241230000000"}},
-    .ext = kAki | kNumber,
-    .akiIssuer = {"CN", "Root"},
-    .akiSerial = {0x05},
-    .number = {0x07}};
-
-// The signature is not checked by decoding; Final before the end releases the rest.
-TEST(CrlBadInput, PrefixesAlteredBytesAndEarlyFinal) {
-  const Bytes der = encode(kSmall);
-  sweep(
-      der, [](const Bytes& prefix) { return !decode(prefix); },
-      [&](const Bytes& altered, std::size_t i) {
-        const std::optional<Crl> back = decode(altered);
-        if (i >= der.size() - HYLORN_RSA_BLOCK_SIZE) {
-          EXPECT_EQ(back, as_decoded(kSmall)) << i;
-        }
-      });
-  for (std::size_t read = 0; read <= 3; ++read) {
-    Crl want = as_decoded(kSmall);
-    want.entries.resize(read);
-    EXPECT_EQ(decode(der, read), want);
-  }
-}
-
 // Every reason, ENUMERATED up to five octets; serials ascend, as OpenSSL sorts them.
 Crl full_crl(u32 alg) {
   Crl c{.alg = alg,
@@ -276,6 +247,25 @@ const std::pair<const char*, Crl> kRows[] = {
       .crit = kNumber,
       .number = {0x2a}}},
 };
+
+// The signature is not checked by decoding; Final before the end releases the rest.
+TEST(CrlBadInput, PrefixesAlteredBytesAndEarlyFinal) {
+  const Crl crl = full_crl(kMd5);
+  const Bytes der = encode(crl);
+  sweep(
+      der, [](const Bytes& prefix) { return !decode(prefix); },
+      [&](const Bytes& altered, std::size_t i) {
+        const std::optional<Crl> back = decode(altered);
+        if (i >= der.size() - HYLORN_RSA_BLOCK_SIZE) {
+          EXPECT_EQ(back, as_decoded(crl)) << i;
+        }
+      });
+  for (std::size_t read : {0, 1, 5}) {
+    Crl want = as_decoded(crl);
+    want.entries.resize(read);
+    EXPECT_EQ(decode(der, read), want);
+  }
+}
 
 // The same bytes as OpenSSL (MD5 only: our SHA-1 identifier is the OIW one), and a
 // signature OpenSSL accepts under either.
