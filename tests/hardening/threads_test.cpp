@@ -23,23 +23,6 @@ constexpr int kRounds = 2, kFastRounds = 200;
 // Every code unit above 0xFF becomes the two bytes 0x31 0x31 (with their top bits set).
 const Bytes kBmpTable(2 * HYLORN_BMP_TABLE_ENTRIES, 0x31);
 
-// A failure per thread, each leaving its own chain of entries.
-using Provoke = bool (*)(const KeyFile&);
-const Provoke kFailures[kThreads] = {
-    [](const KeyFile& k) { return request_test::encode({"DE"}, k.pub, k.path, 1).empty(); },
-    [](const KeyFile& k) {
-      crl_test::Crl c = crl_input(k, {});
-      c.version = 2;
-      return crl_init(c) == 0 && crl_final(c).empty();
-    },
-    [](const KeyFile&) {
-      u8 der[8];
-      unsigned n;
-      return PEM2DER_data_format("-----", 5, der, &n) == 1;
-    },
-    [](const KeyFile& k) { return request_test::encode({"DE"}, k.pub, "keypair.db1").empty(); },
-};
-
 // Starts the threads together, so that their rounds overlap, and waits for them.
 template <class Body>
 void run_threads(const Body& body) {
@@ -74,13 +57,18 @@ TEST(Threads, EachThreadRunsTheWholeApiOnItsOwnKey) {
 // Only calls that touch no file here, so that nothing but the library's own state can
 // order one thread's steps against another's for the race detector.
 TEST(Threads, EachThreadReadsItsOwnErrorsBesideTheSharedBmpTable) {
-  const KeyFile& key = library_key();
+  using namespace request_test;
+  const Bytes key = library_key().pub;
   // A request whose only name attribute is a commonName BMPString: "A", then U+4E2D.
   const Bytes cn = seq({from_hex("06 03 55 04 03"), tlv(0x1E, from_hex("0041 4E2D"))});
-  const Bytes request = request_test::signed_md5(request_test::info(key.pub, seq({tlv(0x31, cn)})));
-  Entries chains[kThreads];  // what each failure leaves when it runs alone
+  const Bytes request = signed_md5(info(key, seq({tlv(0x31, cn)})));
+  // Requests each reader refuses in its own way (SPKAC for odd threads), and the chain each
+  // leaves when it runs alone.
+  const Bytes refused[kThreads] = {signed_md5(info(key, name_der(), {2, 1, 1})), spkac(key, {}),
+                                   seq({}), spkac(key, tlv(0x0C, bytes_of("abc")))};
+  Entries chains[kThreads];
   for (int t = 0; t < kThreads; ++t) {
-    ASSERT_TRUE(kFailures[t](key));
+    ASSERT_EQ(decode(t % 2, refused[t]).rc, 1u);
     chains[t] = read_errors();
     for (int u = 0; u < t; ++u) ASSERT_NE(chains[t], chains[u]);
   }
@@ -88,11 +76,11 @@ TEST(Threads, EachThreadReadsItsOwnErrorsBesideTheSharedBmpTable) {
   run_threads([&](int t) {
     for (int i = 0; i < kFastRounds && !testing::Test::HasFailure(); ++i) {
       if (t == 0) Crypt_GetBMPTable(kBmpTable.data());  // loaded again while the others read
-      const request_test::Decoded d = request_test::decode(false, request);
+      const Decoded d = decode(false, request);
       ASSERT_EQ(d.rc, 0u) << error_text();
       EXPECT_EQ(d.subject[x509_test::kCN], "A\xB1\xB1");  // the table's entry, top bits set
       EXPECT_EQ(read_errors(), Entries{});
-      EXPECT_TRUE(kFailures[t](key));
+      EXPECT_EQ(decode(t % 2, refused[t]).rc, 1u);
       // Hashing leaves the list alone: what other threads do meanwhile must not show in it.
       u8 digest[HYLORN_DIGEST_SIZE];
       unsigned digestLen = 0;
