@@ -153,18 +153,4 @@ TEST(RequestDecoders, Refuse) {
   }
 }
 
-TEST(RequestDecoders, SurviveEveryPrefixAndSingleByteChange) {
-  for (bool netscape : {false, true}) {
-    const Bytes der = netscape ? spkac(library_key().pub, tlv(0x16, bytes_of("challenge")))
-                               : encode(named("Prefix"), library_key().pub, library_key().path);
-    ASSERT_EQ(decode(netscape, der).rc, 0u);
-    sweep(
-        der, [&](const Bytes& prefix) { return decode(netscape, prefix).rc == 1; },
-        [&](const Bytes& changed, std::size_t i) {
-          EXPECT_LE(decode(netscape, changed).key.size(), 1023u) << i;
-        },
-        {0x01, 0x40, 0x80, 0xFF});
-  }
-}
-
 }  // namespace
