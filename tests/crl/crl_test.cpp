@@ -149,6 +149,9 @@ TEST(CrlDecoded, ReadOrRefusedWithTheFailingChain) {
                   {{935, 2, "l2u_CRL_TBS_CERT_LIST"}, {937, 2, "d2c_USER_X509_TBS_CERT"}});
     EXPECT_EQ(read_errors(), errors) << to_hex(der);
   }
+  // Whatever follows an entry's date must be its extensions.
+  EXPECT_FALSE(decode(crl_of(kHead, kTime, one_entry({9}, kTime, from_hex("05 00")))));
+  EXPECT_EQ(read_errors().front(), (ErrEntry{904, 6, "unexpected element"}));
 }
 
 // An over-long argument is refused, alone in the list, by the call that takes it.
