@@ -78,17 +78,13 @@ inline Bytes crl_final(const Crl& c) {
 
 // Empty on failure; *failed_at: 1 Init, 2 an Update, 3 Final, 0 none.
 inline Bytes encode(const Crl& c, int* failed_at = nullptr) {
-  int ignored = 0;
-  int& step = failed_at != nullptr ? *failed_at : ignored;
-  step = 1;
-  if (crl_init(c) != 0) return {};
-  step = 2;
-  for (const Entry& e : c.entries) {
-    if (crl_update(e) != 0) return {};
+  int step = crl_init(c) != 0 ? 1 : 0;
+  for (std::size_t i = 0; step == 0 && i < c.entries.size(); ++i) {
+    if (crl_update(c.entries[i]) != 0) step = 2;
   }
-  step = 3;
-  Bytes out = crl_final(c);
-  if (!out.empty()) step = 0;
+  Bytes out = step == 0 ? crl_final(c) : Bytes{};
+  if (step == 0 && out.empty()) step = 3;
+  if (failed_at != nullptr) *failed_at = step;
   return out;
 }
 
