@@ -52,34 +52,42 @@ inline Crl as_decoded(Crl c) {
   return c;
 }
 
-// Empty on failure; *failed_at: 1 Init, 2 an Update, 3 Final, 0 none.
-inline Bytes encode(const Crl& c, int* failed_at = nullptr) {
-  int ignored = 0;
-  int& step = failed_at != nullptr ? *failed_at : ignored;
+// The three encoding calls one at a time, so that other work can go between them.
+inline unsigned crl_init(const Crl& c) {
+  return Crypt_Encode_Crl_Init(u8(c.version), static_cast<unsigned short>(c.alg), c.params.data(),
+                               u32(c.params.size()), IN_SLOTS(c.issuer), c.thisUpdate.c_str(),
+                               c.nextUpdate.c_str());
+}
+inline unsigned crl_update(const Entry& e) {
+  return Crypt_Encode_Crl_Update(e.serial.data(), u32(e.serial.size()), e.revoked.c_str(), e.ext,
+                                 e.crit, e.reason, e.invalidity.c_str());
+}
+// Empty on failure. A refusal answers 1, from each of the calls.
+inline Bytes crl_final(const Crl& c) {
   Bytes out(8192 + 256 * c.entries.size());
   u32 outLen = 0;
-  step = 1;
-  if (Crypt_Encode_Crl_Init(u8(c.version), static_cast<unsigned short>(c.alg), c.params.data(),
-                            u32(c.params.size()), IN_SLOTS(c.issuer), c.thisUpdate.c_str(),
-                            c.nextUpdate.c_str()) != 0) {
-    return {};
+  const unsigned rc = Crypt_Encode_Crl_Final(
+      c.ext, c.crit, IN_SLOTS(c.akiIssuer), c.akiSerial.data(), int(c.akiSerial.size()),
+      c.number.data(), u32(c.number.size()), (c.key.empty() ? library_key().path : c.key).c_str(),
+      "", out.data(), &outLen);
+  EXPECT_LE(rc, 1u);
+  out.resize(rc == 0 ? outLen : 0);
+  return out;
+}
+
+// Empty on failure; *failed_at: 1 Init, 2 an Update, 3 Final, 0 none.
+inline Bytes encode(const Crl& c, int* failed_at = nullptr) {
+  const auto refused = [](unsigned rc) {
+    EXPECT_LE(rc, 1u);
+    return rc != 0;
+  };
+  int step = refused(crl_init(c)) ? 1 : 0;
+  for (std::size_t i = 0; step == 0 && i < c.entries.size(); ++i) {
+    if (refused(crl_update(c.entries[i]))) step = 2;
   }
-  step = 2;
-  for (const Entry& e : c.entries) {
-    if (Crypt_Encode_Crl_Update(e.serial.data(), u32(e.serial.size()), e.revoked.c_str(), e.ext,
-                                e.crit, e.reason, e.invalidity.c_str()) != 0) {
-      return {};
-    }
-  }
-  step = 3;
-  if (Crypt_Encode_Crl_Final(c.ext, c.crit, IN_SLOTS(c.akiIssuer), c.akiSerial.data(),
-                             int(c.akiSerial.size()), c.number.data(), u32(c.number.size()),
-                             (c.key.empty() ? library_key().path : c.key).c_str(), "", out.data(),
-                             &outLen) != 0) {
-    return {};
-  }
-  step = 0;
-  out.resize(outLen);
+  Bytes out = step == 0 ? crl_final(c) : Bytes{};
+  if (step == 0 && out.empty()) step = 3;
+  if (failed_at != nullptr) *failed_at = step;
   return out;
 }
 
@@ -91,10 +99,11 @@ inline std::optional<Crl> decode(const Bytes& der, std::size_t max_entries = SIZ
   char thisUpdate[HYLORN_TIME_SIZE], nextUpdate[HYLORN_TIME_SIZE];
   u8 params[HYLORN_PARAMS_SIZE], serial[HYLORN_SERIAL_SIZE], number[128];
   u32 paramsLen = 0, serialLen = 0, numberLen = 0;
-  if (Crypt_Decode_Crl_Init(&handle, der.data(), u32(der.size()), &c.version, &c.alg, params,
-                            &paramsLen, OUT_SLOTS(name), thisUpdate, nextUpdate) != 0) {
-    return std::nullopt;
-  }
+  const unsigned rc =
+      Crypt_Decode_Crl_Init(&handle, der.data(), u32(der.size()), &c.version, &c.alg, params,
+                            &paramsLen, OUT_SLOTS(name), thisUpdate, nextUpdate);
+  EXPECT_LE(rc, 1u);  // a refusal answers 1
+  if (rc != 0) return std::nullopt;
   c.params.assign(params, params + paramsLen);
   std::copy(std::begin(name), std::end(name), c.issuer.begin());
   c.thisUpdate = thisUpdate;
