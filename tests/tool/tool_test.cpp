@@ -10,7 +10,6 @@
 #include <cstdio>
 #include <filesystem>
 #include <set>
-#include <sstream>
 #include <string>
 #include <vector>
 
@@ -269,37 +268,30 @@ TEST_F(CaTest, ChainsAgreeWithOpenSSLAndCerttool) {
   script({{"ca issue %sub -i %user.req -o %deep.pem"},
           {"ca issue %nosign -i %user.req -o %unsigned.pem"},
           {"ca init %impostor --subj '/C=CN/O=Hylorn Test/CN=Test Root'"}});
-  struct Case {
-    std::string leaf, root, inters, at, says, openssl_says;  // at: as hylorn and as seconds
-  };
-  const Case cases[] = {
-      {"server", "root", "inter", "20991231000000 4102358400", "has expired",
-       "certificate has expired"},
-      {"server", "root", "inter", "20000101000000 946684800", "is not yet valid",
-       "certificate is not yet valid"},
-      {"deep", "root", "inter sub", "",
-       "\"Test Intermediate\" allows 0 CA(s) below it, the chain has 1",
-       "path length constraint exceeded"},
-      {"unsigned", "root", "nosign", "", "\"nosign\" lacks keyCertSign", "invalid CA certificate"},
-      {"server", "impostor", "inter", "", "by the key of \"Test Root\" does not verify",
-       "certificate signature failure"},
-      {"server", "root", "", "", "the chain does not reach a trusted root",
-       "unable to get local issuer certificate"},
-  };
-  for (const Case& c : cases) {
-    std::string ours = "verify %" + c.leaf + ".pem -r %" + c.root + "/ca.pem";
-    std::string theirs = "openssl verify -auth_level 0 -CAfile %" + c.root + "/ca.pem";
-    std::istringstream inters(c.inters);
-    for (std::string i; inters >> i;) {
-      ours += " -u %" + i + ".pem";
-      theirs += " -untrusted %" + i + ".pem";
-    }
-    if (!c.at.empty()) {
-      ours += " --at " + c.at.substr(0, 14);
-      theirs += " -attime " + c.at.substr(15);
-    }
-    script({{ours, 1, {c.says}}, {theirs + " %" + c.leaf + ".pem", 2, {c.openssl_says}}});
-  }
+  const std::string theirs = "openssl verify -auth_level 0 -CAfile %";
+  // clang-format off
+  script({
+      {"verify %server.pem -r %root/ca.pem -u %inter.pem --at 20991231000000", 1, {"has expired"}},
+      {theirs + "root/ca.pem -untrusted %inter.pem -attime 4102358400 %server.pem", 2,
+       {"certificate has expired"}},
+      {"verify %server.pem -r %root/ca.pem -u %inter.pem --at 20000101000000", 1,
+       {"is not yet valid"}},
+      {theirs + "root/ca.pem -untrusted %inter.pem -attime 946684800 %server.pem", 2,
+       {"certificate is not yet valid"}},
+      {"verify %deep.pem -r %root/ca.pem -u %inter.pem -u %sub.pem", 1,
+       {"\"Test Intermediate\" allows 0 CA(s) below it, the chain has 1"}},
+      {theirs + "root/ca.pem -untrusted %inter.pem -untrusted %sub.pem %deep.pem", 2,
+       {"path length constraint exceeded"}},
+      {"verify %unsigned.pem -r %root/ca.pem -u %nosign.pem", 1, {"\"nosign\" lacks keyCertSign"}},
+      {theirs + "root/ca.pem -untrusted %nosign.pem %unsigned.pem", 2, {"invalid CA certificate"}},
+      {"verify %server.pem -r %impostor/ca.pem -u %inter.pem", 1,
+       {"by the key of \"Test Root\" does not verify"}},
+      {theirs + "impostor/ca.pem -untrusted %inter.pem %server.pem", 2,
+       {"certificate signature failure"}},
+      {"verify %server.pem -r %root/ca.pem", 1, {"the chain does not reach a trusted root"}},
+      {theirs + "root/ca.pem %server.pem", 2, {"unable to get local issuer certificate"}},
+  });
+  // clang-format on
 }
 
 // Without a request: subject and public key from the command line, under each digest
