@@ -256,24 +256,20 @@ TEST(KeyCoders, EveryAllocationFailureIsReported) {
 TEST(RestoreKey, ResultTable) {
   const Bytes pub = from_hex("30 06 02 01 65 02 01 03"), pri = from_hex(kPrivate);
   const Bytes junk = from_hex("04 02 30 00");
-  const struct {
-    const char* name;
-    const Bytes& pub;
-    const Bytes& pri;
-    u32 result;
-  } cases[] = {{"keypair.out", pub, junk, 0},   {"keypair.out", junk, pri, 0},
-               {"keypair.out", junk, junk, 1},  {"any/path", junk, junk, 1},
-               {"keypair.db1", junk, junk, 0},  {"keypair.db5", junk, junk, 0},
-               {"Keypair.db3", junk, junk, 1},  {"keypair.db6", junk, junk, 1},
-               {"keypair.db3 ", junk, junk, 1}, {nullptr, junk, junk, 1}};
-  for (const auto& c : cases) {
-    EXPECT_EQ(
-        Crypt_Restore_Key(c.name, c.pub.data(), int(c.pub.size()), c.pri.data(), int(c.pri.size())),
-        c.result)
-        << (c.name ? c.name : "null");
+  const std::tuple<const char*, const Bytes&, const Bytes&, u32> cases[] = {
+      {"keypair.out", pub, junk, 0},   {"keypair.out", junk, pri, 0},
+      {"keypair.out", junk, junk, 1},  {"any/path", junk, junk, 1},
+      {"keypair.db1", junk, junk, 0},  {"keypair.db5", junk, junk, 0},
+      {"Keypair.db3", junk, junk, 1},  {"keypair.db6", junk, junk, 1},
+      {"keypair.db3 ", junk, junk, 1}, {nullptr, junk, junk, 1}};
+  for (const auto& [name, p, q, result] : cases) {  // public and private DER
+    EXPECT_EQ(Crypt_Restore_Key(name, p.data(), int(p.size()), q.data(), int(q.size())), result)
+        << (name ? name : "null");
   }
 }
 
+// keypair.out and the slot names write no file, and a public key is only read from a key
+// file: slot names, absent files and public key files give nothing.
 TEST(GenRSAKeyPair, KeypairOutAndSlotNamesWriteNoFile) {
   TempDir cwd(TempDir::kEnter);
   PairOut out;
@@ -290,6 +286,15 @@ TEST(GenRSAKeyPair, KeypairOutAndSlotNamesWriteNoFile) {
     EXPECT_TRUE(slot_out == PairOut{}) << slot;
   }
   EXPECT_EQ(cwd.entries(), Names{});
+  write_file("keypair.db5", openssl_pair().pri);
+  write_file("pub.der", openssl_pair().pub);
+  for (const char* name : {"keypair.db2", "keypair.db5", "absent.der", "pub.der", ""}) {
+    Bytes pub(HYLORN_PUBKEY_DER_SIZE, kSentinel);
+    unsigned pubLen = kUnwritten;
+    EXPECT_EQ(Crypt_GetRSAPublicKey(name, 0, pub.data(), &pubLen), 1u) << name;
+    EXPECT_EQ(pubLen, kUnwritten) << name;
+    EXPECT_EQ(pub, Bytes(HYLORN_PUBKEY_DER_SIZE, kSentinel)) << name;
+  }
 }
 
 // The key file is the private DER alone, replaces a longer file and is private; the
@@ -326,19 +331,6 @@ TEST(GenRSAKeyPair, KeyFileHoldsThePrivateDerAndIsNeverHalfWritten) {
   EXPECT_EQ(result, 1u);
   EXPECT_EQ(to_hex(read_file(path)), to_hex(first.pri_der()));
   EXPECT_EQ(dir.entries(), Names{"Keypair.db3"});
-}
-
-TEST(GetRSAPublicKey, RefusesWritingNothing) {
-  TempDir cwd(TempDir::kEnter);
-  write_file("keypair.db5", openssl_pair().pri);
-  write_file("pub.der", openssl_pair().pub);
-  for (const char* name : {"keypair.db2", "keypair.db5", "absent.der", "pub.der", ""}) {
-    Bytes pub(HYLORN_PUBKEY_DER_SIZE, kSentinel);
-    unsigned pubLen = kUnwritten;
-    EXPECT_EQ(Crypt_GetRSAPublicKey(name, 0, pub.data(), &pubLen), 1u) << name;
-    EXPECT_EQ(pubLen, kUnwritten) << name;
-    EXPECT_EQ(pub, Bytes(HYLORN_PUBKEY_DER_SIZE, kSentinel)) << name;
-  }
 }
 
 using KeyFn = unsigned (*)(const unsigned char*, unsigned, unsigned char*, unsigned*,
