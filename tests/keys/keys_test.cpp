@@ -262,8 +262,10 @@ TEST(RestoreKey, ResultTable) {
       {"keypair.db1", junk, junk, 0},  {"keypair.db5", junk, junk, 0},
       {"Keypair.db3", junk, junk, 1},  {"keypair.db6", junk, junk, 1},
       {"keypair.db3 ", junk, junk, 1}, {nullptr, junk, junk, 1}};
-  for (const auto& [name, p, q, result] : cases) {  // public and private DER
-    EXPECT_EQ(Crypt_Restore_Key(name, p.data(), int(p.size()), q.data(), int(q.size())), result)
+  for (const auto& [name, pub_der, pri_der, result] : cases) {
+    EXPECT_EQ(Crypt_Restore_Key(name, pub_der.data(), int(pub_der.size()), pri_der.data(),
+                                int(pri_der.size())),
+              result)
         << (name ? name : "null");
   }
 }
