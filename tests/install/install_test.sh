@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
 # Installs the build into a fresh prefix and builds an outside C program against it
-# twice: through pkg-config and through CMake's find_package. Each must run.
+# twice: through pkg-config and through CMake's find_package, both as strict C99 (the
+# public header must compile as plain C). Each must run.
 # Usage: install_test.sh BUILD_DIR CONSUMER_SOURCE_DIR
 set -euo pipefail
 build=$1 consumer=$2
@@ -15,7 +16,8 @@ for f in include/hylorn.h; do [ -f "$prefix/$f" ] || { echo "missing $f"; exit 1
 
 echo "== pkg-config"
 export PKG_CONFIG_PATH=$libdir/pkgconfig
-cc -o "$work/by_pkgconfig" "$consumer/main.c" $(pkg-config --cflags --libs hylorn)
+cc -std=c99 -pedantic -Wall -Wextra -Werror -o "$work/by_pkgconfig" "$consumer/main.c" \
+  $(pkg-config --cflags --libs hylorn)
 LD_LIBRARY_PATH=$libdir "$work/by_pkgconfig"
 
 echo "== find_package"
