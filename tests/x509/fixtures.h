@@ -2,14 +2,10 @@
 
 #include <openssl/x509.h>
 
-#include <algorithm>
-#include <chrono>
 #include <cstring>
 #include <functional>
 #include <memory>
-#include <stdexcept>
 #include <string>
-#include <thread>
 #include <type_traits>
 #include <utility>
 #include <vector>
@@ -18,6 +14,7 @@
 #include "common.h"
 #include "frame/buffer.h"
 #include "support/fail_malloc.h"
+#include "support/openssl_rsa.h"
 #include "support/temp_dir.h"
 #include "x509/records.h"
 
@@ -49,45 +46,23 @@ struct OsslAttribute {
   std::string value;
 };
 
+// Three OpenSSL keys (root, intermediate, leaf) made once per test binary, each also
+// written as the library's key file: its private key DER in the clear.
 struct Key {
   std::string file;
-  Bytes pub;
+  EvpKey evp = openssl_keygen(1024);
+  Bytes pub = public_der(evp.get());
 };
-// Three keys (root, intermediate, leaf) made once per test binary.
 struct Pki {
   TempDir dir;
-  Key root, inter, leaf;
+  Key root{dir.path("root.key")}, inter{dir.path("inter.key")}, leaf{dir.path("leaf.key")};
+  Pki() {
+    for (const Key* k : {&root, &inter, &leaf}) write_file(k->file, private_der(k->evp.get()));
+  }
 };
-
-inline std::string entries_text(const Entries& entries) {
-  std::string text;
-  for (const auto& e : entries) {
-    text += "func_no = " + std::to_string(e.func_no) + " err_no = " + std::to_string(e.err_no) +
-            " err_msg = " + e.msg + "\n";
-  }
-  return text;
-}
-
-// Fails the 1st, 2nd, ... malloc of call until none fails: each answers 1, fn's entry last.
-inline void expect_allocation_failures_cleaned(int fn, const std::function<unsigned()>& call,
-                                               int at_least) {
-  for (int n = 1;; ++n) {
-    unsigned r;
-    bool fired;
-    {
-      FailNthMalloc fail(n);
-      r = call();
-      fired = fail.fired();
-    }
-    if (!fired) {
-      EXPECT_EQ(r, 0u) << fn;
-      EXPECT_GT(n, at_least) << fn << ": allocations seen";
-      return;
-    }
-    EXPECT_EQ(r, 1u) << fn << " " << n;
-    const Entries entries = read_errors();
-    EXPECT_TRUE(!entries.empty() && entries.back().func_no == fn) << fn << " " << n;
-  }
+inline const Pki& pki() {
+  static const Pki* p = new Pki;
+  return *p;
 }
 
 inline hylorn::USER_X500_NAME user_name(const std::vector<std::pair<int, std::string>>& slots) {
@@ -158,13 +133,6 @@ inline void fill(hylorn::CERT_EXTN_INFO& i, hylorn::u32 critical) {
           i.setHashedRootKey.critical = x.critical = critical;
 }
 
-inline std::unique_ptr<hylorn::CERT_EXTN_INFO> everything() {
-  auto info = std::make_unique<hylorn::CERT_EXTN_INFO>();
-  fill(*info, 1);
-  for (std::size_t j = 0; j < 11; ++j) presence(*info)[j] = 1;
-  return info;
-}
-
 inline unsigned verify_cert(const Bytes& cert, const Bytes& issuer) {
   return Crypt_Ver_Cert_ByRootCert(cert.data(), unsigned(cert.size()), issuer.data(),
                                    unsigned(issuer.size()));
@@ -174,33 +142,6 @@ inline Name name_of(const char (*slots)[HYLORN_NAME_SIZE]) {
   Name n;
   for (int i = 0; i < 16; ++i) n[i] = slots[i];
   return n;
-}
-
-// The generator seeds itself from the calendar second: wait until the key is new.
-inline Key make_key(const TempDir& dir, const std::string& name, const std::vector<Bytes>& taken) {
-  Key k{dir.path(name), {}};
-  for (;;) {
-    k.pub.assign(HYLORN_PUBKEY_DER_SIZE, 0);
-    Bytes pri(HYLORN_PRIKEY_DER_SIZE);
-    unsigned pubLen = 0, priLen = 0;
-    if (Crypt_GenRSAKeyPair(k.file.c_str(), 0, k.pub.data(), &pubLen, pri.data(), &priLen)) {
-      throw std::runtime_error("Crypt_GenRSAKeyPair");
-    }
-    k.pub.resize(pubLen);
-    if (std::find(taken.begin(), taken.end(), k.pub) == taken.end()) return k;
-    std::this_thread::sleep_for(std::chrono::milliseconds(250));
-  }
-}
-
-inline const Pki& pki() {
-  static const Pki* p = [] {
-    auto* made = new Pki;
-    made->root = make_key(made->dir, "root.key", {});
-    made->inter = make_key(made->dir, "inter.key", {made->root.pub});
-    made->leaf = make_key(made->dir, "leaf.key", {made->root.pub, made->inter.pub});
-    return made;
-  }();
-  return *p;
 }
 
 inline std::size_t element_size(const Bytes& der, std::size_t pos) {
