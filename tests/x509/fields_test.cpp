@@ -113,44 +113,6 @@ TEST(Fields, TimeCenturyRulesAndShortTexts) {
   }
 }
 
-// Limits checked only on the way into the caller's record.
-TEST(Fields, LimitsRefusedOnTheWayBackOnly) {
-  std::vector<u8> octets(1024, 0x42);
-  const auto serial = [&](u32 n) {
-    DATA_BUFFER in{};
-    u8 out[hylorn::kSerialSize];
-    hylorn::u16 length = 0;
-    const u32 r = hylorn::u2l_serialNumber(octets.data(), n, &in) +
-                  2 * hylorn::l2u_serialNumber(&in, out, &length);
-    hylorn::free_DATA_BUFFER(&in);
-    return r;
-  };
-  const auto key = [&](u32 n) {
-    auto user = std::make_unique<hylorn::USER_X509_PUBLIC_KEY>();
-    const hylorn::X509_PUBLIC_KEY k{{{8, {0, nullptr}}, {0, nullptr}}, {n, octets.data()}};
-    return hylorn::l2u_subjectPublickeyInfo(&k, user.get());
-  };
-  const auto unique_id = [&](u32 n) {
-    hylorn::USER_UNIQUE_ID id{};
-    const hylorn::BIT_DATA_BUFFER bits{n, 0, octets.data()};
-    return hylorn::l2u_certUniqueID(&bits, &id);
-  };
-  u8 v = 0;
-  // call, a length that passes, one that fails, what the failure answers, its entry
-  const std::tuple<std::function<u32(u32)>, u32, u32, u32, ErrEntry> cases[] = {
-      {[&](u32 n) { return hylorn::u2l_version(u8(n), &v); }, 2, 3, 1, {319, 1, "version error"}},
-      {[&](u32 n) { return hylorn::l2u_version(u8(n), &v); }, 2, 3, 1, {320, 1, "version error"}},
-      {serial, 128, 129, 2, {302, 1, "serial number error"}},
-      {serial, 1, 0, 2, {302, 1, "serial number error"}},
-      {key, 1023, 1024, 1, {310, 1, "subject public key too long"}},
-      {unique_id, 127, 128, 1, {312, 1, "UniqueID too long"}}};
-  for (const auto& [call, passes, fails, result, entry] : cases) {
-    EXPECT_EQ(call(passes), 0u) << entry;
-    EXPECT_EQ(call(fails), result) << entry;
-    EXPECT_EQ(read_errors(), Entries{entry});
-  }
-}
-
 using Decoder = u32 (*)(const Bytes&);
 u32 name(const Bytes& d) {
   hylorn::X500_NAME* list = nullptr;
@@ -278,7 +240,8 @@ TEST(TbsCert, ConversionsNameTheFailingStep) {
                                     {219, 4, "Der_Encode_serialNumber"}}));
 }
 
-TEST(TbsCert, DecoderReadsByPosition) {
+// Elements by position, each missing in turn, and the limits of the caller's record.
+TEST(TbsCert, DecoderReadsByPositionWithinLimits) {
   enum { kVersion, kSerial, kAlg, kIssuer, kValidity, kSubject, kKey, kIssuerId, kSubjectId, kExt };
   std::vector<Bytes> parts = elements(tbs_der(*sample_user()));
   parts.push_back(from_hex("a3133011300f0603551d130101ff040530030101ff"));  // cA, critical
@@ -303,12 +266,39 @@ TEST(TbsCert, DecoderReadsByPosition) {
       {{kVersion, kSerial, kAlg, kIssuer, kValidity, kSubject, kKey, kSubjectId}, {}},
       {{}, {{220, 1, "p==NULL"}, {221, 3, "Scan_X509_Tbs_Cert"}}},
   };
+  const auto check = [](const std::vector<Bytes>& elements, const Entries& entries) {
+    auto user = std::make_unique<USER_X509_TBS_CERT>();
+    EXPECT_EQ(decode_exactly(seq(elements), user.get()), entries.empty() ? 0u : 1u);
+    EXPECT_EQ(entries.empty() ? Entries{} : read_errors(), entries) << to_hex(seq(elements));
+  };
   for (const auto& [chosen, entries] : cases) {
     std::vector<Bytes> elements;
     for (int e : chosen) elements.push_back(parts[e]);
-    auto user = std::make_unique<USER_X509_TBS_CERT>();
-    EXPECT_EQ(decode_exactly(seq(elements), user.get()), entries.empty() ? 0u : 1u);
-    EXPECT_EQ(entries.empty() ? Entries{} : read_errors(), entries) << chosen.size();
+    check(elements, entries);
+  }
+  // Limits apply on the way into the caller's record: the largest that fits, one more.
+  const auto key = [](std::size_t n) {
+    return seq({from_hex("300d06092a864886f70d0101010500"), tlv(0x03, concat({{0}, Bytes(n, 7)}))});
+  };
+  const Entries serial{{302, 1, "serial number error"}, {314, 6, "l2u_serialNumber"}};
+  const std::tuple<int, Bytes, Entries> limits[] = {
+      {kVersion, from_hex("a003020103"), {{320, 1, "version error"}, {314, 5, "l2u_version"}}},
+      {kSerial, tlv(0x02, Bytes(128, 0x41)), {}},
+      {kSerial, tlv(0x02, Bytes(129, 0x41)), serial},
+      {kSerial, from_hex("0200"), serial},
+      {kKey, key(1023), {}},
+      {kKey,
+       key(1024),
+       {{310, 1, "subject public key too long"}, {314, 11, "l2u_subjectPublickeyInfo"}}},
+      {kIssuerId, tlv(0x81, Bytes(128, 0)), {}},  // the unused-bits octet, 127 octets
+      {kIssuerId,
+       tlv(0x81, Bytes(129, 0)),
+       {{312, 1, "UniqueID too long"}, {314, 12, "l2u_certUniqueID"}}},
+  };
+  for (const auto& [at, part, entries] : limits) {
+    std::vector<Bytes> elements(parts.begin(), parts.begin() + kSubjectId + 1);
+    elements[at] = part;
+    check(elements, entries);
   }
 }
 
