@@ -86,53 +86,6 @@ inline Bytes openssl_name(const std::vector<OsslAttribute>& attributes) {
   return out;
 }
 
-inline hylorn::u32* presence(hylorn::CERT_EXTN_INFO& i) {
-  return &i.authorityKeyIdentifierPresent;
-}
-
-// A value worth reading back in every record; the presence flags choose what is written.
-inline void fill(hylorn::CERT_EXTN_INFO& i, hylorn::u32 critical) {
-  const auto put = [](u8* field, auto* length, const char* hex) {
-    const Bytes b = from_hex(hex);
-    std::memcpy(field, b.data(), b.size());
-    *length = static_cast<std::remove_reference_t<decltype(*length)>>(b.size());
-  };
-  auto& a = i.authorityKeyIdentifier;
-  a.keyIdentifierPresent = a.authorityCertIssuerPresent = a.nameCount = 1;
-  a.authorityCertSerialNumberPresent = 1;
-  put(a.keyIdentifier, &a.keyIdentifierLength, "0a0b0c");
-  a.authorityCertIssuer[0] = user_name({{0, "CN"}, {4, "Root CA"}});
-  // sign bit: padded like a serial
-  put(a.authorityCertSerialNumber, &a.authorityCertSerialNumberLength, "81f2");
-  put(i.subjectKeyIdentifier.keyIdentifier, &i.subjectKeyIdentifier.keyIdentifierLength,
-      "deadbeef");
-  auto& p = i.privateKeyUsagePeriod;
-  p.notBeforePresent = p.notAfterPresent = 1;
-  std::strcpy(p.notBefore, "20250102030405");
-  std::strcpy(p.notAfter, "20600708091011");
-  auto& c = i.certificatePolicies;
-  c.count = 2;
-  put(c.policyIdentifier[0], &c.policyIdentifierLength[0], "2a0304");
-  std::strcpy(c.qualifier[0], "http://ca.example/cps");
-  put(c.policyIdentifier[1], &c.policyIdentifierLength[1], "2b0601040182370a");
-  i.basicConstraints = {1, 200, 1, u8(critical)};
-  i.keyUsage.bits = 0x80 | 0x20 | 0x04 | 0x8000;
-  auto& e = i.extKeyUsage;
-  e.count = 2;
-  put(e.purpose[0], &e.purposeLength[0], "2b06010505070301");
-  put(e.purpose[1], &e.purposeLength[1], "2b06010505070304");
-  i.netscapeCertType.bits = 0x80 | 0x40 | 0x04;
-  i.setCertType.bits = 0x0100 | 0x02;
-  i.setHashedRootKey.length = 20;
-  for (u8 k = 0; k < 20; ++k) i.setHashedRootKey.octets[k] = u8(0xa0 + k);
-  auto& x = i.privateExtension;
-  put(x.identifier, &x.identifierLength, "2a030405");
-  put(x.value, &x.valueLength, "0c0141");
-  a.critical = i.subjectKeyIdentifier.critical = p.critical = c.critical = i.keyUsage.critical =
-      e.critical = i.netscapeCertType.critical = i.setCertType.critical =
-          i.setHashedRootKey.critical = x.critical = critical;
-}
-
 inline unsigned verify_cert(const Bytes& cert, const Bytes& issuer) {
   return Crypt_Ver_Cert_ByRootCert(cert.data(), unsigned(cert.size()), issuer.data(),
                                    unsigned(issuer.size()));
