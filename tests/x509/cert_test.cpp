@@ -1,3 +1,5 @@
+#include "x509/cert.h"
+
 #include <gtest/gtest.h>
 #include <openssl/bn.h>
 #include <openssl/x509v3.h>
@@ -5,7 +7,6 @@
 #include "fixtures.h"
 #include "support/openssl_bytes.h"
 #include "support/openssl_rsa.h"
-#include "x509/tbs_cert.h"
 
 namespace {
 
@@ -57,21 +58,14 @@ const Bytes& leaf_cert() {
   return der;
 }
 
-std::string pem_file(const Bytes& der, const std::string& name) {
-  const std::string base = pki().dir.path(name);
-  write_file(base + ".der", der);
-  run("openssl x509 -inform DER -in " + base + ".der -out " + base + ".pem");
-  return base + ".pem";
-}
-
 TEST(CertTools, ReadEveryFieldAndAcceptTheChain) {
   const Bytes root = issue(root_input()), inter = issue(inter_input());
-  const std::string rootPem = pem_file(root, "root"), interPem = pem_file(inter, "inter"),
-                    leafPem = pem_file(leaf_cert(), "leaf");
-  const std::string file = pki().dir.path("leaf.der");
+  const auto file = [](const std::string& name) { return pki().dir.path(name + ".der"); };
+  write_file(file("root"), root), write_file(file("inter"), inter);
+  write_file(file("leaf"), leaf_cert());
   expect_outputs({
       // clang-format off
-      {"openssl x509 -inform DER -text -noout -in " + file,
+      {"openssl x509 -inform DER -text -noout -in " + file("leaf"),
        {"Version: 3 (0x2)", "Serial Number: 2571 (0xa0b)", "Signature Algorithm: sha1WithRSA",
         "Issuer: C = CN, O = Hylorn Test, ST = Beijing, CN = Hylorn Issuing, "
         "emailAddress = ca@example.com",
@@ -85,8 +79,8 @@ TEST(CertTools, ReadEveryFieldAndAcceptTheChain) {
         "Policy: 1.3.6.1.4.1.99999.1", "CPS: http://example.com/cps", "Policy: 1.2.3.4",
         "X509v3 Basic Constraints: critical", "CA:FALSE", "Netscape Cert Type: \n",
         "SSL Client, S/MIME", "setCext-hashedRoot: \n", "setCext-certType: \n"}},
-      {"openssl verify -auth_level 0 -CAfile " + rootPem + " -untrusted " + interPem + " " +
-       leafPem, {}},
+      {"openssl verify -auth_level 0 -trusted " + file("root") + " -untrusted " + file("inter") +
+       " " + file("leaf"), {}},
       // clang-format on
   });
   EXPECT_EQ(verify_cert(inter, root), 0u);
@@ -388,20 +382,14 @@ TEST_P(OpenSslCert, DecodesFieldByFieldAndVerifiesUnderItsIssuer) {
   for (const Bytes& cert : {der, caDer}) {
     if (GetParam().second != 2) break;
     const Bytes tbs = elements(cert)[0];
-    hylorn::X509_TBS_CERT record{};
-    hylorn::ini_X509_TBS_CERT(&record);
     auto user = std::make_unique<hylorn::USER_X509_TBS_CERT>();
-    ASSERT_EQ(hylorn::Der_Decode_X509_Tbs_Cert(size_of(tbs), tbs.data(), &record), 0u);
-    ASSERT_EQ(hylorn::l2u_USER_X509_TBS_CERT(&record, user.get()), 0u);
-    hylorn::free_X509_TBS_CERT(&record);
+    ASSERT_EQ(hylorn::d2c_USER_X509_TBS_CERT(tbs.data(), size_of(tbs), user.get()), 0u);
     EXPECT_EQ(user->versionPresent, 0);  // not set on the way back
     user->versionPresent = 1;
-    ASSERT_EQ(hylorn::u2l_USER_X509_TBS_CERT(user.get(), &record), 0u);
-    EXPECT_EQ(to_hex(encoded([&](hylorn::DATA_BUFFER* o) {
-                return hylorn::Der_Encode_X509_Tbs_Cert(&record, o);
-              })),
-              to_hex(tbs));
-    hylorn::free_X509_TBS_CERT(&record);
+    Bytes again(hylorn::kTbsMaxSize);
+    hylorn::u32 n = 0;
+    ASSERT_EQ(hylorn::c2d_USER_X509_TBS_CERT(user.get(), again.data(), &n), 0u);
+    EXPECT_EQ(to_hex(bytes(again.data(), n)), to_hex(tbs));
   }
   EXPECT_EQ(verify_cert(der, caDer), 0u);
   EXPECT_EQ(verify_cert(caDer, caDer), 0u);
