@@ -97,21 +97,16 @@ inline Name name_of(const char (*slots)[HYLORN_NAME_SIZE]) {
   return n;
 }
 
-inline std::size_t element_size(const Bytes& der, std::size_t pos) {
-  const u8 first = der[pos + 1];
-  if (first < 0x80) return 2 + first;
-  std::size_t n = 0;
-  for (int i = 0; i < (first & 0x7F); ++i) n = n << 8 | der[pos + 2 + i];
-  return 2 + (first & 0x7F) + n;
-}
-
-// The elements inside a constructed element (definite lengths).
+// The elements inside a constructed element, as OpenSSL's parser finds them.
 inline std::vector<Bytes> elements(const Bytes& der) {
+  const unsigned char* p = der.data();
+  long n = 0;
+  int tag = 0, xclass = 0;
+  ASN1_get_object(&p, &n, &tag, &xclass, long(der.size()));
   std::vector<Bytes> out;
-  for (std::size_t pos = der[1] < 0x80 ? 2 : 2 + (der[1] & 0x7F); pos < der.size();) {
-    const std::size_t n = element_size(der, pos);
-    out.emplace_back(der.begin() + pos, der.begin() + pos + n);
-    pos += n;
+  for (const unsigned char *end = p + n, *start = p; p < end; start = p) {
+    ASN1_get_object(&p, &n, &tag, &xclass, end - p);
+    out.emplace_back(start, p += n);
   }
   return out;
 }
