@@ -40,22 +40,11 @@ hylorn::USER_X500_NAME name_slots(const Bytes& der) {
 
 // Slot table, visiting order and string tags (IA5String for emailAddress only).
 TEST(Fields, NamesMatchOpenSslBothWays) {
-  const char* fields[] = {"C",
-                          "O",
-                          "OU",
-                          "ST",
-                          "CN",
-                          "L",
-                          "title",
-                          "SN",
-                          "GN",
-                          "initials",
-                          "emailAddress",
-                          "postalAddress",
-                          "postalCode",
-                          "postOfficeBox",
-                          "telephoneNumber",
-                          "telexNumber"};
+  // clang-format off
+  const char* fields[] = {"C", "O", "OU", "ST", "CN", "L", "title", "SN", "GN", "initials",
+                          "emailAddress", "postalAddress", "postalCode", "postOfficeBox",
+                          "telephoneNumber", "telexNumber"};
+  // clang-format on
   std::vector<std::pair<int, std::string>> slots;
   std::vector<OsslAttribute> expected;
   for (int slot : {0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 14, 15, 13}) {
