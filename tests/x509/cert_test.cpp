@@ -384,26 +384,4 @@ TEST_P(OpenSslCert, DecodesFieldByFieldAndVerifiesUnderItsIssuer) {
 INSTANTIATE_TEST_SUITE_P(Md5AndSha1, OpenSslCert,
                          testing::Values(std::make_pair("SHA1", 3u), std::make_pair("MD5", 2u)));
 
-TEST(OpenSslCertErrors, EachFailingChainIsReported) {
-  const auto [ca, longSerial] = openssl_pair(EVP_sha1(), Bytes(129, 0x5A));
-  const Bytes caDer = der_of(ca.get());
-  const Key big{"", openssl_keygen(2048)};
-  const X509Ptr bigSig = make_cert(big, kCa, big, nullptr, EVP_sha1(), {1});
-  const std::pair<Bytes, Entries> cases[] = {
-      {seq({elements(caDer)[0], elements(caDer)[1]}),  // two elements
-       {{411, 6, " "}, {318, 2, "Der_Decode_COMMON_SIGNED_PACKET"}}},
-      {der_of(longSerial.get()),
-       {{302, 1, "serial number error"},
-        {314, 6, "l2u_serialNumber"},
-        {316, 2, "l2u_USER_X509_TBS_CERT"},
-        {318, 4, "d2c_USER_X509_TBS_CERT"}}},
-      {der_of(bigSig.get()), {{318, 6, "signature too long"}}},
-  };
-  for (const auto& [der, expected] : cases) {
-    CertOutput out;
-    EXPECT_EQ(decode_cert(der, &out), 1u) << to_hex(der);
-    EXPECT_EQ(read_errors(), expected) << to_hex(der);
-  }
-}
-
 }  // namespace

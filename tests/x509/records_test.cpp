@@ -312,11 +312,27 @@ TEST(TbsCert, DecoderReadsByPositionWithinLimits) {
        tlv(0x81, Bytes(129, 0)),
        {{312, 1, "UniqueID too long"}, {314, 12, "l2u_certUniqueID"}}},
   };
+  const Bytes sha1 = from_hex("300d06092a864886f70d0101050500");
+  CertOutput out;
   for (const auto& [at, part, entries] : limits) {
     std::vector<Bytes> elements(parts.begin(), parts.begin() + kSubjectId + 1);
     elements[at] = part;
     check(elements, entries);
+    // Through the certificate decoder, under the entries of its two callers.
+    Entries all = entries;
+    if (!all.empty())
+      all.insert(all.end(),
+                 {{316, 2, "l2u_USER_X509_TBS_CERT"}, {318, 4, "d2c_USER_X509_TBS_CERT"}});
+    EXPECT_EQ(decode_cert(seq({seq(elements), sha1, tlv(0x03, Bytes(129, 0))}), &out),
+              all.empty() ? 0u : 1u);
+    EXPECT_EQ(read_errors(), all);
   }
+  // A signature longer than the caller's buffer.
+  EXPECT_EQ(decode_cert(seq({seq(std::vector<Bytes>(parts.begin(), parts.begin() + kKey + 1)), sha1,
+                             tlv(0x03, Bytes(130, 0))}),
+                        &out),
+            1u);
+  EXPECT_EQ(read_errors(), (Entries{{318, 6, "signature too long"}}));
 }
 
 Bytes encode(const CERT_EXTN_INFO& info) {
