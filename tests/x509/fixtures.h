@@ -3,17 +3,15 @@
 #include <openssl/x509.h>
 
 #include <cstring>
-#include <functional>
 #include <memory>
 #include <string>
-#include <type_traits>
+#include <tuple>
 #include <utility>
 #include <vector>
 
 #include "cert_calls.h"
 #include "common.h"
 #include "frame/buffer.h"
-#include "support/fail_malloc.h"
 #include "support/openssl_rsa.h"
 #include "support/temp_dir.h"
 #include "x509/records.h"
@@ -39,12 +37,8 @@ Bytes encoded(F encode) {
   return ok ? der : Bytes{};
 }
 
-// i2d_X509_NAME of one attribute per RDN: (OpenSSL's short name, string type, value).
-struct OsslAttribute {
-  const char* field;
-  int type;
-  std::string value;
-};
+// One attribute per RDN for i2d_X509_NAME: OpenSSL's short name, string type, value.
+using OsslAttribute = std::tuple<const char*, int, std::string>;
 
 // Three OpenSSL keys (root, intermediate, leaf) made once per test binary, each also
 // written as the library's key file: its private key DER in the clear.
@@ -73,10 +67,10 @@ inline hylorn::USER_X500_NAME user_name(const std::vector<std::pair<int, std::st
 
 inline Bytes openssl_name(const std::vector<OsslAttribute>& attributes) {
   X509_NAME* name = X509_NAME_new();
-  for (const OsslAttribute& a : attributes) {
-    X509_NAME_add_entry_by_txt(name, a.field, a.type,
-                               reinterpret_cast<const unsigned char*>(a.value.data()),
-                               static_cast<int>(a.value.size()), -1, 0);
+  for (const auto& [field, type, value] : attributes) {
+    X509_NAME_add_entry_by_txt(name, field, type,
+                               reinterpret_cast<const unsigned char*>(value.data()),
+                               static_cast<int>(value.size()), -1, 0);
   }
   unsigned char* der = nullptr;
   const int n = i2d_X509_NAME(name, &der);

@@ -72,24 +72,6 @@ TEST(Fields, NamesMatchOpenSslBothWays) {
   Crypt_GetBMPTable(nullptr);
 }
 
-TEST(Fields, NameConversionNumbersItsStepsBySlot) {
-  const hylorn::USER_X500_NAME user = user_name({{0, "C"}, {13, "box"}});  // visited 1st, 16th
-  const std::pair<int, Entries> cases[] = {
-      {1, {{213, 1, "malloc"}, {305, 2, "new_X500_NAME"}}},
-      {2, {{132, 1, "malloc"}, {101, 2, "copy DATA_BUFFER"}, {305, 4, "ASN1_Find_Object_ID"}}},
-      {4, {{213, 1, "malloc"}, {305, 63, "new_X500_NAME"}}},
-      {6, {{132, 1, "malloc"}, {305, 65, "copy_DATA_BUFFER"}}}};
-  for (const auto& [n, entries] : cases) {
-    hylorn::X500_NAME* list = nullptr;
-    {
-      FailNthMalloc fail(n);
-      EXPECT_EQ(hylorn::u2l_X500_NAME(&user, &list), 1u);
-    }
-    EXPECT_EQ(list, nullptr);
-    EXPECT_EQ(read_errors(), entries) << n;
-  }
-}
-
 // The 2050 rule both ways; short texts in blocks of exactly their size.
 TEST(Fields, TimeCenturyRulesAndShortTexts) {
   const std::tuple<const char*, u8, const char*, const char*> cases[] = {
@@ -456,27 +438,6 @@ TEST(ExtensionList, UnknownKeptAndFirstOccurrenceCounts) {
   }
   EXPECT_EQ(hylorn::Cert_Decode_X509_Extensions_End(&ctx), 0u);
   EXPECT_EQ(ctx.head, nullptr);
-}
-
-// [3] for certificates, [0] for CRLs, none for a revoked entry; each reads only its own.
-TEST(ExtensionList, Taggings) {
-  const Bytes one = ext("551d14", "020105");
-  for (u8 tag : {hylorn::kCertExtensionsTag, hylorn::kCrlExtensionsTag, hylorn::kBareExtensions}) {
-    hylorn::X509_EXTN_CONTEXT ctx{};
-    ASSERT_EQ(hylorn::Cert_Encode_X509_Extensions_Begin(&ctx), 0u);
-    ASSERT_EQ(hylorn::Create_One_New_X509_EXTN(&ctx), 0u);
-    ASSERT_EQ(hylorn::Der_Decode_X509_Extn(size_of(one), one.data(), ctx.cursor), 0u);
-    const Bytes der = encoded(
-        [&](DATA_BUFFER* o) { return hylorn::Cert_Encode_X509_Extensions_End(&ctx, o, tag); });
-    EXPECT_EQ(ctx.head, nullptr);
-    const Bytes list = tlv(0x30, one);
-    EXPECT_EQ(to_hex(der), to_hex(tag == hylorn::kBareExtensions ? list : tlv(0xA0 | tag, list)));
-    for (u8 as : {hylorn::kCertExtensionsTag, hylorn::kCrlExtensionsTag, hylorn::kBareExtensions}) {
-      EXPECT_EQ(hylorn::Cert_Decode_X509_Extensions_Begin(size_of(der), der.data(), &ctx, as),
-                as == tag ? 0u : 1u);
-      hylorn::Cert_Decode_X509_Extensions_End(&ctx);
-    }
-  }
 }
 
 TEST(ExtensionErrors, Entries) {
