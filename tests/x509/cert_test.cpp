@@ -87,22 +87,22 @@ TEST(CertTools, ReadEveryFieldAndAcceptTheChain) {
 
 // The SET and SignedData by hand from RFC 2315, read by OpenSSL; oversized slots refused.
 TEST(CertChain, SetOfTwoSignedDataAndSlotLimits) {
-  // The chain of x and y, then the PKCS #7 of that; out keeps 0xEE and 77 on refusal.
-  const auto chain_of = [](const Bytes& x, const Bytes& y, unsigned yLen, unsigned* rc) {
+  // The chain of x and y, or with y empty the PKCS #7 of xLen octets of x; empty when
+  // refused, and then out keeps 0xEE and 77.
+  const auto chain_of = [](const Bytes& x, const Bytes& y, unsigned xLen = 0) {
     Bytes out(HYLORN_PKCS7_CHAIN_SIZE, 0xEE);
     unsigned outLen = 77;
-    *rc = y.empty()
-              ? Crypt_Gen_Ie_Cert_Chain(x.data(), yLen, out.data(), &outLen)
-              : Crypt_Gen_Cert_Chain(x.data(), size_of(x), y.data(), yLen, out.data(), &outLen);
-    if (*rc == 0) out.resize(outLen);
-    EXPECT_TRUE(*rc == 0 || (*rc == 1 && outLen == 77 && out == Bytes(out.size(), 0xEE)));
+    const unsigned rc =
+        y.empty()
+            ? Crypt_Gen_Ie_Cert_Chain(x.data(), xLen ? xLen : size_of(x), out.data(), &outLen)
+            : Crypt_Gen_Cert_Chain(x.data(), size_of(x), y.data(), size_of(y), out.data(), &outLen);
+    EXPECT_TRUE(rc == 0 || (rc == 1 && outLen == 77 && out == Bytes(out.size(), 0xEE)));
+    out.resize(rc == 0 ? outLen : 0);
     return out;
   };
-  const Bytes a = leaf_cert(), b = issue(inter_input());
-  unsigned rc = 0;
-  const Bytes chain = chain_of(a, b, size_of(b), &rc);
+  const Bytes a = leaf_cert(), b = issue(inter_input()), chain = chain_of(a, b);
   EXPECT_EQ(chain, tlv(0x31, concat({a, b})));
-  const Bytes p7 = chain_of(chain, {}, size_of(chain), &rc), oid7 = from_hex("2A864886F70D0107");
+  const Bytes p7 = chain_of(chain, {}), oid7 = from_hex("2A864886F70D0107");
   const Bytes signedData = seq({from_hex("020101 3100"), seq({tlv(0x06, concat({oid7, {0x01}}))}),
                                 tlv(0xA0, concat({a, b})), from_hex("3100")});
   EXPECT_EQ(p7, seq({tlv(0x06, concat({oid7, {0x02}})), tlv(0xA0, signedData)}));
@@ -112,10 +112,10 @@ TEST(CertChain, SetOfTwoSignedDataAndSlotLimits) {
         {"subject=C = CN, O = Leaf Org", "subject=C = CN, O = Hylorn Test, ST = Beijing"}}});
 
   const Bytes big(HYLORN_CHAIN_SLOT_SIZE + 1, 0x30), fits(HYLORN_CHAIN_SLOT_SIZE, 0x30);
-  EXPECT_EQ(chain_of(fits, fits, size_of(fits), &rc).size(), 4u + 2 * HYLORN_CHAIN_SLOT_SIZE);
-  chain_of(fits, big, size_of(big), &rc);
+  EXPECT_EQ(chain_of(fits, fits).size(), 4u + 2 * HYLORN_CHAIN_SLOT_SIZE);
+  EXPECT_EQ(chain_of(fits, big), Bytes{});
   EXPECT_EQ(read_errors(), (Entries{{321, 1, "data too length"}}));
-  chain_of(big, {}, HYLORN_CHAIN_SIZE + 1, &rc);
+  EXPECT_EQ(chain_of(big, {}, HYLORN_CHAIN_SIZE + 1), Bytes{});
   EXPECT_EQ(read_errors(), (Entries{{604, 1, "data too length"}}));
 }
 
@@ -224,7 +224,7 @@ std::pair<int, std::string> item(const Bytes& cert, unsigned number) {
   return {rc, rc == 0 ? std::string(out.begin(), out.begin() + outLen) : ""};
 }
 
-TEST(CertQuery, EveryItem) {
+TEST(CertQuery, EveryItemTheKeyAndASignature) {
   const std::pair<unsigned, std::string> items[] = {
       {1, "2"},
       {2, "2571"},
@@ -260,17 +260,15 @@ TEST(CertQuery, EveryItem) {
   const Bytes longName = issue(in);
   EXPECT_EQ(item(longName, 21).first, -1);
   EXPECT_EQ(item(longName, 16), std::make_pair(0, std::string(255, 'y')));
-}
 
-// The key as the certificate holds it; an OpenSSL signature checked under it.
-TEST(CertQuery, PublicKeyAndSignatureByCertificate) {
+  // The key as the certificate holds it; an OpenSSL signature checked under it.
   Bytes key(HYLORN_PUBKEY_SIZE);
   unsigned keyLen = 0;
   ASSERT_EQ(
       Crypt_Get_PubKey_FromCert(leaf_cert().data(), size_of(leaf_cert()), key.data(), &keyLen), 0u);
   EXPECT_EQ(Bytes(key.begin(), key.begin() + keyLen), pki().leaf.pub);
-  const Bytes data = bytes_of("signed by the leaf");
-  const Bytes sig = openssl_sign(pki().leaf.evp.get(), EVP_sha1(), data);
+  const Bytes data = bytes_of("signed by the leaf"),
+              sig = openssl_sign(pki().leaf.evp.get(), EVP_sha1(), data);
   // another key: the block does not open; no certificate: no key
   const std::pair<Bytes, unsigned> cases[] = {
       {leaf_cert(), 0}, {issue(inter_input()), 1}, {bytes_of("not a certificate"), 3}};
@@ -324,25 +322,17 @@ X509Ptr make_cert(const Key& key, const std::array<const char*, 4>& subject, con
   return cert;
 }
 
-Bytes der_of(X509* cert) {
-  return i2d_bytes(i2d_X509, static_cast<const X509*>(cert));
-}
-
-const std::array<const char*, 4> kCa{"CN", "OpenSSL CA", "Test CA", "ca@example.org"};
-const std::array<const char*, 4> kLeaf{"US", "Leaf Inc", "leaf.example.org", "leaf@example.org"};
-
-std::pair<X509Ptr, X509Ptr> openssl_pair(const EVP_MD* md, const Bytes& serial) {
-  X509Ptr ca = make_cert(pki().root, kCa, pki().root, nullptr, md, {0x07});
-  X509Ptr leaf = make_cert(pki().leaf, kLeaf, pki().root, ca.get(), md, serial);
-  return {std::move(ca), std::move(leaf)};
-}
-
 class OpenSslCert : public testing::TestWithParam<std::pair<const char*, unsigned>> {};
 
 TEST_P(OpenSslCert, DecodesFieldByFieldAndVerifiesUnderItsIssuer) {
-  const auto [ca, leaf] =
-      openssl_pair(EVP_get_digestbyname(GetParam().first), from_hex("00C0FFEE1234"));
-  const Bytes der = der_of(leaf.get()), caDer = der_of(ca.get());
+  const EVP_MD* md = EVP_get_digestbyname(GetParam().first);
+  const X509Ptr ca = make_cert(pki().root, {"CN", "OpenSSL CA", "Test CA", "ca@example.org"},
+                               pki().root, nullptr, md, {0x07});
+  const X509Ptr leaf =
+      make_cert(pki().leaf, {"US", "Leaf Inc", "leaf.example.org", "leaf@example.org"}, pki().root,
+                ca.get(), md, from_hex("00C0FFEE1234"));
+  const Bytes der = i2d_bytes(i2d_X509, static_cast<const X509*>(leaf.get())),
+              caDer = i2d_bytes(i2d_X509, static_cast<const X509*>(ca.get()));
   CertOutput out;
   ASSERT_EQ(decode_cert(der, &out), 0u) << error_text();
   EXPECT_EQ(std::make_tuple(out.version, bytes(out.serial, out.serialLen), out.sigAlg,
