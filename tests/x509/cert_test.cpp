@@ -1,3 +1,5 @@
+#include "x509/cert.h"
+
 #include <gtest/gtest.h>
 #include <openssl/bn.h>
 #include <openssl/x509v3.h>
@@ -5,7 +7,6 @@
 #include "fixtures.h"
 #include "support/openssl_bytes.h"
 #include "support/openssl_rsa.h"
-#include "x509/tbs_cert.h"
 
 namespace {
 
@@ -57,29 +58,17 @@ const Bytes& leaf_cert() {
   return der;
 }
 
-std::string pem_file(const Bytes& der, const std::string& name) {
-  const std::string base = pki().dir.path(name);
-  write_file(base + ".der", der);
-  run("openssl x509 -inform DER -in " + base + ".der -out " + base + ".pem");
-  return base + ".pem";
-}
-
 TEST(CertTools, ReadEveryFieldAndAcceptTheChain) {
   const Bytes root = issue(root_input()), inter = issue(inter_input());
-  const std::string rootPem = pem_file(root, "root"), interPem = pem_file(inter, "inter"),
-                    leafPem = pem_file(leaf_cert(), "leaf");
-  const std::string file = pki().dir.path("leaf.der");
+  const auto file = [](const std::string& name) { return pki().dir.path(name + ".der"); };
+  write_file(file("root"), root), write_file(file("inter"), inter);
+  write_file(file("leaf"), leaf_cert());
   expect_outputs({
       // clang-format off
-      {"openssl x509 -inform DER -text -noout -in " + file,
+      {"openssl x509 -inform DER -text -noout -in " + file("leaf"),
        {"Version: 3 (0x2)", "Serial Number: 2571 (0xa0b)", "Signature Algorithm: sha1WithRSA",
-        "Issuer: C = CN, O = Hylorn Test, ST = Beijing, CN = Hylorn Issuing, "
-        "emailAddress = ca@example.com",
         "Not Before: Jan  1 00:00:00 2020 GMT", "Not After : Dec 31 23:59:59 2049 GMT",
-        "C = CN, O = Leaf Org, OU = Leaf Unit, ST = Shanghai, CN = leaf.example, L = Pudong, "
-        "title = Engineer, SN = Zhang, GN = Wei, initials = ZW, emailAddress = leaf@example.com, "
-        "postalAddress = 1 Leaf Road, postalCode = 200120, telephoneNumber = \"+86 21 5555\", "
-        "telexNumber = 12345, postOfficeBox = PO 7",
+        "Subject: C = CN, O = Leaf Org, OU = Leaf Unit, ST = Shanghai, CN = leaf.example",
         "Public-Key: (1024 bit)", "X509v3 Authority Key Identifier: \n",
         "DirName:/C=CN/O=Hylorn Test/OU=Roots/CN=Hylorn Root", "serial:02",
         "X509v3 Key Usage: critical", "Digital Signature, Key Encipherment",
@@ -88,35 +77,30 @@ TEST(CertTools, ReadEveryFieldAndAcceptTheChain) {
         "Policy: 1.3.6.1.4.1.99999.1", "CPS: http://example.com/cps", "Policy: 1.2.3.4",
         "X509v3 Basic Constraints: critical", "CA:FALSE", "Netscape Cert Type: \n",
         "SSL Client, S/MIME", "setCext-hashedRoot: \n", "setCext-certType: \n"}},
-      {"openssl verify -auth_level 0 -CAfile " + rootPem + " -untrusted " + interPem + " " +
-       leafPem, {}},
+      {"openssl verify -auth_level 0 -trusted " + file("root") + " -untrusted " + file("inter") +
+       " " + file("leaf"), {}},
       // clang-format on
   });
-  EXPECT_EQ(verify_cert(inter, root), 0u);
-  EXPECT_EQ(verify_cert(leaf_cert(), inter), 0u);
-  EXPECT_EQ(verify_cert(root, root), 0u);
-  EXPECT_EQ(verify_cert(leaf_cert(), root), 1u);  // signed by another key
-  EXPECT_EQ(verify_cert(inter, leaf_cert()), 1u);
 }
 
 // The SET and SignedData by hand from RFC 2315, read by OpenSSL; oversized slots refused.
 TEST(CertChain, SetOfTwoSignedDataAndSlotLimits) {
-  // The chain of x and y, then the PKCS #7 of that; out keeps 0xEE and 77 on refusal.
-  const auto chain_of = [](const Bytes& x, const Bytes& y, unsigned yLen, unsigned* rc) {
+  // The chain of x and y, or with y empty the PKCS #7 of xLen octets of x; empty when
+  // refused, and then out keeps 0xEE and 77.
+  const auto chain_of = [](const Bytes& x, const Bytes& y, unsigned xLen = 0) {
     Bytes out(HYLORN_PKCS7_CHAIN_SIZE, 0xEE);
     unsigned outLen = 77;
-    *rc = y.empty()
-              ? Crypt_Gen_Ie_Cert_Chain(x.data(), yLen, out.data(), &outLen)
-              : Crypt_Gen_Cert_Chain(x.data(), size_of(x), y.data(), yLen, out.data(), &outLen);
-    if (*rc == 0) out.resize(outLen);
-    EXPECT_TRUE(*rc == 0 || (*rc == 1 && outLen == 77 && out == Bytes(out.size(), 0xEE)));
+    const unsigned rc =
+        y.empty()
+            ? Crypt_Gen_Ie_Cert_Chain(x.data(), xLen ? xLen : size_of(x), out.data(), &outLen)
+            : Crypt_Gen_Cert_Chain(x.data(), size_of(x), y.data(), size_of(y), out.data(), &outLen);
+    EXPECT_TRUE(rc == 0 || (rc == 1 && outLen == 77 && out == Bytes(out.size(), 0xEE)));
+    out.resize(rc == 0 ? outLen : 0);
     return out;
   };
-  const Bytes a = leaf_cert(), b = issue(inter_input());
-  unsigned rc = 0;
-  const Bytes chain = chain_of(a, b, size_of(b), &rc);
+  const Bytes a = leaf_cert(), b = issue(inter_input()), chain = chain_of(a, b);
   EXPECT_EQ(chain, tlv(0x31, concat({a, b})));
-  const Bytes p7 = chain_of(chain, {}, size_of(chain), &rc), oid7 = from_hex("2A864886F70D0107");
+  const Bytes p7 = chain_of(chain, {}), oid7 = from_hex("2A864886F70D0107");
   const Bytes signedData = seq({from_hex("020101 3100"), seq({tlv(0x06, concat({oid7, {0x01}}))}),
                                 tlv(0xA0, concat({a, b})), from_hex("3100")});
   EXPECT_EQ(p7, seq({tlv(0x06, concat({oid7, {0x02}})), tlv(0xA0, signedData)}));
@@ -126,10 +110,10 @@ TEST(CertChain, SetOfTwoSignedDataAndSlotLimits) {
         {"subject=C = CN, O = Leaf Org", "subject=C = CN, O = Hylorn Test, ST = Beijing"}}});
 
   const Bytes big(HYLORN_CHAIN_SLOT_SIZE + 1, 0x30), fits(HYLORN_CHAIN_SLOT_SIZE, 0x30);
-  EXPECT_EQ(chain_of(fits, fits, size_of(fits), &rc).size(), 4u + 2 * HYLORN_CHAIN_SLOT_SIZE);
-  chain_of(fits, big, size_of(big), &rc);
+  EXPECT_EQ(chain_of(fits, fits).size(), 4u + 2 * HYLORN_CHAIN_SLOT_SIZE);
+  EXPECT_EQ(chain_of(fits, big), Bytes{});
   EXPECT_EQ(read_errors(), (Entries{{321, 1, "data too length"}}));
-  chain_of(big, {}, HYLORN_CHAIN_SIZE + 1, &rc);
+  EXPECT_EQ(chain_of(big, {}, HYLORN_CHAIN_SIZE + 1), Bytes{});
   EXPECT_EQ(read_errors(), (Entries{{604, 1, "data too length"}}));
 }
 
@@ -160,35 +144,28 @@ CertInput round_trip(const CertInput& in) {
   return as_input(out);
 }
 
-struct Selection {
-  unsigned extFlags, critFlags;
-};
-class CertRoundTrip : public testing::TestWithParam<Selection> {};
-
 // What is selected comes back; what is not reads as empty.
-TEST_P(CertRoundTrip, EverySelectedExtensionComesBack) {
-  CertInput in = leaf_input();
-  in.extFlags = GetParam().extFlags, in.critFlags = GetParam().critFlags, in.cA = 1, in.pathLen = 5;
-  CertInput want = in;
-  want.keyName = "", want.extFlags &= 0x1DF, want.critFlags &= want.extFlags;
-  const auto has = [&](unsigned bit) { return (want.extFlags & bit) != 0; };
-  if (!has(0x1)) want.akiIssuer = {}, want.akiSerial = {};
-  if (!has(0x2)) want.keyUsage = 0;
-  if (!has(0x4)) want.pkupNotBefore = want.pkupNotAfter = "";
-  if (!has(0x8)) want.policies = {};
-  if (!has(0x10)) want.cA = 0, want.pathLen = 0;
-  if (!has(0x40)) want.nsCertType = 0;
-  if (!has(0x80)) want.hashedRootKey = {};
-  if (!has(0x100)) want.setCertType = 0;
-  EXPECT_EQ(round_trip(in), want);
+TEST(CertRoundTrip, EverySelectedExtensionComesBack) {
+  const std::pair<unsigned, unsigned> selections[] = {
+      {0, 0},    {0x1, 0x1},   {0x2, 0},   {0x4, 0x4},     {0x8, 0},      {0x10, 0x10},
+      {0x40, 0}, {0x80, 0x80}, {0x100, 0}, {0x1FF, 0x1FF}, {0x1DF, 0x0A5}};
+  for (const auto& [extFlags, critFlags] : selections) {
+    CertInput in = leaf_input();
+    in.extFlags = extFlags, in.critFlags = critFlags, in.cA = 1, in.pathLen = 5;
+    CertInput want = in;
+    want.keyName = "", want.extFlags &= 0x1DF, want.critFlags &= want.extFlags;
+    const auto has = [&](unsigned bit) { return (want.extFlags & bit) != 0; };
+    if (!has(0x1)) want.akiIssuer = {}, want.akiSerial = {};
+    if (!has(0x2)) want.keyUsage = 0;
+    if (!has(0x4)) want.pkupNotBefore = want.pkupNotAfter = "";
+    if (!has(0x8)) want.policies = {};
+    if (!has(0x10)) want.cA = 0, want.pathLen = 0;
+    if (!has(0x40)) want.nsCertType = 0;
+    if (!has(0x80)) want.hashedRootKey = {};
+    if (!has(0x100)) want.setCertType = 0;
+    EXPECT_EQ(round_trip(in), want) << std::hex << extFlags << " " << critFlags;
+  }
 }
-
-INSTANTIATE_TEST_SUITE_P(EachBitAndAll, CertRoundTrip,
-                         testing::Values(Selection{0, 0}, Selection{0x1, 0x1}, Selection{0x2, 0},
-                                         Selection{0x4, 0x4}, Selection{0x8, 0},
-                                         Selection{0x10, 0x10}, Selection{0x40, 0},
-                                         Selection{0x80, 0x80}, Selection{0x100, 0},
-                                         Selection{0x1FF, 0x1FF}, Selection{0x1DF, 0x0A5}));
 
 // Policies of length <= 0 are skipped; pathLen -1 is absent, 0 is written.
 TEST(CertEncode, SkippedPoliciesAbsentPathLengthAndBound) {
@@ -215,10 +192,7 @@ TEST(CertEncode, RefusesArgumentsLongerThanTheirFieldsAndAMissingKey) {
       {[](CertInput* in) { in->notAfter = std::string(64, '2'); }, text},
       {[](CertInput* in) { in->pkupNotBefore = std::string(64, '2'); }, text},
       {[](CertInput* in) { in->akiSerial = Bytes(129, 1); }, octets},
-      {[](CertInput* in) {
-         in->policies[2] = {Bytes(33, 0x2A), "", {}};
-       },
-       octets},
+      {[](CertInput* in) { in->policies[2].oid = Bytes(33, 0x2A); }, octets},
       {[](CertInput* in) { in->policies[0].qualifier = std::string(256, 'q'); }, text},
       {[](CertInput* in) { in->hashedRootKey = Bytes(65, 7); }, octets},
       {[](CertInput* in) { in->pubKey = Bytes(1025, 7); }, octets},
@@ -248,7 +222,7 @@ std::pair<int, std::string> item(const Bytes& cert, unsigned number) {
   return {rc, rc == 0 ? std::string(out.begin(), out.begin() + outLen) : ""};
 }
 
-TEST(CertQuery, EveryItem) {
+TEST(CertQuery, EveryItemTheKeyAndASignature) {
   const std::pair<unsigned, std::string> items[] = {
       {1, "2"},
       {2, "2571"},
@@ -284,59 +258,47 @@ TEST(CertQuery, EveryItem) {
   const Bytes longName = issue(in);
   EXPECT_EQ(item(longName, 21).first, -1);
   EXPECT_EQ(item(longName, 16), std::make_pair(0, std::string(255, 'y')));
-}
 
-TEST(CertQuery, PublicKeyAndSignatureByCertificate) {
+  // The key as the certificate holds it; an OpenSSL signature checked under it.
   Bytes key(HYLORN_PUBKEY_SIZE);
   unsigned keyLen = 0;
   ASSERT_EQ(
       Crypt_Get_PubKey_FromCert(leaf_cert().data(), size_of(leaf_cert()), key.data(), &keyLen), 0u);
   EXPECT_EQ(Bytes(key.begin(), key.begin() + keyLen), pki().leaf.pub);
-  const Bytes data = bytes_of("signed by the leaf");
-  u8 sig[HYLORN_RSA_BLOCK_SIZE];
-  unsigned sigLen = 0;
-  ASSERT_EQ(
-      Crypt_Gen_Signature(3, pki().leaf.file.c_str(), "", data.data(), size_of(data), sig, &sigLen),
-      0u);
-  const auto check = [&](const Bytes& cert) {
-    return Crypt_Ver_Signature_ByCert(3, cert.data(), size_of(cert), data.data(), size_of(data),
-                                      sig, sigLen);
-  };
-  EXPECT_EQ(check(leaf_cert()), 0u);
-  EXPECT_EQ(check(issue(inter_input())), 1u);  // another key: the block does not open
-  EXPECT_EQ(check(bytes_of("not a certificate")), 3u);
-}
-
-struct X509Free {
-  void operator()(X509* x) const { X509_free(x); }
-};
-using X509Ptr = std::unique_ptr<X509, X509Free>;
-
-// C, O and CN as PrintableString, emailAddress as IA5String.
-void set_name(X509_NAME* name, const std::array<const char*, 4>& values) {
-  const char* fields[] = {"C", "O", "CN", "emailAddress"};
-  for (int i = 0; i < 4; ++i) {
-    ASSERT_EQ(X509_NAME_add_entry_by_txt(name, fields[i],
-                                         i == 3 ? V_ASN1_IA5STRING : V_ASN1_PRINTABLESTRING,
-                                         reinterpret_cast<const u8*>(values[i]), -1, -1, 0),
-              1);
+  const Bytes data = bytes_of("signed by the leaf"),
+              sig = openssl_sign(pki().leaf.evp.get(), EVP_sha1(), data);
+  // another key: the block does not open; no certificate: no key
+  const std::pair<Bytes, unsigned> cases[] = {
+      {leaf_cert(), 0}, {issue(inter_input()), 1}, {bytes_of("not a certificate"), 3}};
+  for (const auto& [cert, answer] : cases) {
+    EXPECT_EQ(Crypt_Ver_Signature_ByCert(3, cert.data(), size_of(cert), data.data(), size_of(data),
+                                         sig.data(), size_of(sig)),
+              answer);
   }
 }
 
-// issuer null: self-signed.
-X509Ptr make_cert(EVP_PKEY* key, const std::array<const char*, 4>& subject, EVP_PKEY* issuerKey,
+using X509Ptr = std::unique_ptr<X509, decltype([](X509* x) { X509_free(x); })>;
+
+// subject: C, O and CN as PrintableString, emailAddress as IA5String; issuer null:
+// self-signed.
+X509Ptr make_cert(const Key& key, const std::array<const char*, 4>& subject, const Key& issuerKey,
                   X509* issuer, const EVP_MD* md, const Bytes& serial) {
   X509Ptr cert(X509_new());
   X509_set_version(cert.get(), 2);
   BIGNUM* bn = BN_bin2bn(serial.data(), int(serial.size()), nullptr);
   BN_to_ASN1_INTEGER(bn, X509_get_serialNumber(cert.get()));
   BN_free(bn);
-  set_name(X509_get_subject_name(cert.get()), subject);
+  const char* fields[] = {"C", "O", "CN", "emailAddress"};
+  for (int i = 0; i < 4; ++i) {
+    X509_NAME_add_entry_by_txt(X509_get_subject_name(cert.get()), fields[i],
+                               i == 3 ? V_ASN1_IA5STRING : V_ASN1_PRINTABLESTRING,
+                               reinterpret_cast<const u8*>(subject[i]), -1, -1, 0);
+  }
   X509_set_issuer_name(cert.get(),
                        issuer ? X509_get_subject_name(issuer) : X509_get_subject_name(cert.get()));
   ASN1_TIME_set_string(X509_getm_notBefore(cert.get()), "991231235959Z");
   ASN1_TIME_set_string(X509_getm_notAfter(cert.get()), "20600101000000Z");
-  X509_set_pubkey(cert.get(), key);
+  X509_set_pubkey(cert.get(), key.evp.get());
   // In the library's order, so that the TBS re-encodes byte for byte.
   const std::pair<int, const char*> extensions[] = {
       {issuer ? NID_authority_key_identifier : NID_undef, "keyid:always"},
@@ -354,37 +316,21 @@ X509Ptr make_cert(EVP_PKEY* key, const std::array<const char*, 4>& subject, EVP_
     X509_add_ext(cert.get(), ext, -1);
     X509_EXTENSION_free(ext);
   }
-  EXPECT_GT(X509_sign(cert.get(), issuerKey, md), 0);
+  EXPECT_GT(X509_sign(cert.get(), issuerKey.evp.get(), md), 0);
   return cert;
-}
-
-Bytes der_of(X509* cert) {
-  return i2d_bytes(i2d_X509, static_cast<const X509*>(cert));
-}
-
-struct Pair {
-  EvpKey caKey, leafKey;
-};
-const Pair& keys() {
-  static const Pair* p = new Pair{openssl_keygen(1024), openssl_keygen(1024)};
-  return *p;
-}
-
-const std::array<const char*, 4> kCa{"CN", "OpenSSL CA", "Test CA", "ca@example.org"};
-const std::array<const char*, 4> kLeaf{"US", "Leaf Inc", "leaf.example.org", "leaf@example.org"};
-
-std::pair<X509Ptr, X509Ptr> openssl_pair(const EVP_MD* md, const Bytes& serial) {
-  X509Ptr ca = make_cert(keys().caKey.get(), kCa, keys().caKey.get(), nullptr, md, {0x07});
-  X509Ptr leaf = make_cert(keys().leafKey.get(), kLeaf, keys().caKey.get(), ca.get(), md, serial);
-  return {std::move(ca), std::move(leaf)};
 }
 
 class OpenSslCert : public testing::TestWithParam<std::pair<const char*, unsigned>> {};
 
 TEST_P(OpenSslCert, DecodesFieldByFieldAndVerifiesUnderItsIssuer) {
-  const auto [ca, leaf] =
-      openssl_pair(EVP_get_digestbyname(GetParam().first), from_hex("00C0FFEE1234"));
-  const Bytes der = der_of(leaf.get()), caDer = der_of(ca.get());
+  const EVP_MD* md = EVP_get_digestbyname(GetParam().first);
+  const X509Ptr ca = make_cert(pki().root, {"CN", "OpenSSL CA", "Test CA", "ca@example.org"},
+                               pki().root, nullptr, md, {0x07});
+  const X509Ptr leaf =
+      make_cert(pki().leaf, {"US", "Leaf Inc", "leaf.example.org", "leaf@example.org"}, pki().root,
+                ca.get(), md, from_hex("00C0FFEE1234"));
+  const Bytes der = i2d_bytes(i2d_X509, static_cast<const X509*>(leaf.get())),
+              caDer = i2d_bytes(i2d_X509, static_cast<const X509*>(ca.get()));
   CertOutput out;
   ASSERT_EQ(decode_cert(der, &out), 0u) << error_text();
   EXPECT_EQ(std::make_tuple(out.version, bytes(out.serial, out.serialLen), out.sigAlg,
@@ -409,20 +355,14 @@ TEST_P(OpenSslCert, DecodesFieldByFieldAndVerifiesUnderItsIssuer) {
   for (const Bytes& cert : {der, caDer}) {
     if (GetParam().second != 2) break;
     const Bytes tbs = elements(cert)[0];
-    hylorn::X509_TBS_CERT record{};
-    hylorn::ini_X509_TBS_CERT(&record);
     auto user = std::make_unique<hylorn::USER_X509_TBS_CERT>();
-    ASSERT_EQ(hylorn::Der_Decode_X509_Tbs_Cert(size_of(tbs), tbs.data(), &record), 0u);
-    ASSERT_EQ(hylorn::l2u_USER_X509_TBS_CERT(&record, user.get()), 0u);
-    hylorn::free_X509_TBS_CERT(&record);
+    ASSERT_EQ(hylorn::d2c_USER_X509_TBS_CERT(tbs.data(), size_of(tbs), user.get()), 0u);
     EXPECT_EQ(user->versionPresent, 0);  // not set on the way back
     user->versionPresent = 1;
-    ASSERT_EQ(hylorn::u2l_USER_X509_TBS_CERT(user.get(), &record), 0u);
-    EXPECT_EQ(to_hex(encoded([&](hylorn::DATA_BUFFER* o) {
-                return hylorn::Der_Encode_X509_Tbs_Cert(&record, o);
-              })),
-              to_hex(tbs));
-    hylorn::free_X509_TBS_CERT(&record);
+    Bytes again(hylorn::kTbsMaxSize);
+    hylorn::u32 n = 0;
+    ASSERT_EQ(hylorn::c2d_USER_X509_TBS_CERT(user.get(), again.data(), &n), 0u);
+    EXPECT_EQ(to_hex(bytes(again.data(), n)), to_hex(tbs));
   }
   EXPECT_EQ(verify_cert(der, caDer), 0u);
   EXPECT_EQ(verify_cert(caDer, caDer), 0u);
@@ -431,82 +371,5 @@ TEST_P(OpenSslCert, DecodesFieldByFieldAndVerifiesUnderItsIssuer) {
 
 INSTANTIATE_TEST_SUITE_P(Md5AndSha1, OpenSslCert,
                          testing::Values(std::make_pair("SHA1", 3u), std::make_pair("MD5", 2u)));
-
-TEST(OpenSslCertErrors, EachFailingChainIsReported) {
-  const auto [ca, longSerial] = openssl_pair(EVP_sha1(), Bytes(129, 0x5A));
-  const Bytes caDer = der_of(ca.get());
-  const EvpKey bigKey = openssl_keygen(2048);
-  const X509Ptr bigSig = make_cert(bigKey.get(), kCa, bigKey.get(), nullptr, EVP_sha1(), {1});
-  const std::pair<Bytes, Entries> cases[] = {
-      {seq({elements(caDer)[0], elements(caDer)[1]}),  // two elements
-       {{411, 6, " "}, {318, 2, "Der_Decode_COMMON_SIGNED_PACKET"}}},
-      {der_of(longSerial.get()),
-       {{302, 1, "serial number error"},
-        {314, 6, "l2u_serialNumber"},
-        {316, 2, "l2u_USER_X509_TBS_CERT"},
-        {318, 4, "d2c_USER_X509_TBS_CERT"}}},
-      {der_of(bigSig.get()), {{318, 6, "signature too long"}}},
-  };
-  for (const auto& [der, expected] : cases) {
-    CertOutput out;
-    EXPECT_EQ(decode_cert(der, &out), 1u) << to_hex(der);
-    EXPECT_EQ(error_text(), entries_text(expected)) << to_hex(der);
-  }
-}
-
-bool outputs_empty(const CertOutput& o) {
-  std::string texts = std::string(o.notBefore) + o.notAfter + o.pkupNotBefore + o.pkupNotAfter +
-                      o.policyQualifier[0] + o.policyQualifier[3];
-  for (int i = 0; i < 16; ++i) texts += std::string(o.issuer[i]) + o.subject[i] + o.akiIssuer[i];
-  return texts.empty() &&
-         (o.version | o.serialLen | o.sigAlg | o.paramsLen | o.pubKeyLen | o.issuerUIDLen |
-          o.subjectUIDLen | o.signatureLen | o.extFlags | o.critFlags | o.akiSerialLen |
-          o.policyOidLen[0] | o.policyOidLen[3] | o.keyUsage | o.nsCertType | o.setCertType |
-          o.hashedRootKeyLen | o.policyCount | o.subjectKeyIdLen | o.cA | unsigned(o.pathLen)) == 0;
-}
-
-// The leaf's TBS with unique identifiers before its extensions, signed again.
-Bytes with_unique_ids(const Bytes& cert) {
-  std::vector<Bytes> tbs = elements(elements(cert)[0]);
-  tbs.insert(tbs.end() - 1, {from_hex("810300AABB"), from_hex("820200CC")});
-  const Bytes signed_part = seq(tbs);
-  u8 sig[HYLORN_RSA_BLOCK_SIZE];
-  unsigned sigLen = 0;
-  EXPECT_EQ(Crypt_Gen_Signature(3, pki().inter.file.c_str(), "", signed_part.data(),
-                                size_of(signed_part), sig, &sigLen),
-            0u);
-  return seq({signed_part, elements(cert)[1], tlv(0x03, concat({{0x00}, bytes(sig, sigLen)}))});
-}
-
-// Prefixes fail with every output empty; a changed byte in the signed part never verifies.
-TEST(CertDecode, SurvivesEveryPrefixAndEveryByteChange) {
-  const auto [ca, leaf] = openssl_pair(EVP_sha1(), {2});
-  const std::pair<Bytes, Bytes> certs[] = {{with_unique_ids(leaf_cert()), issue(inter_input())},
-                                           {der_of(leaf.get()), der_of(ca.get())}};
-  CertOutput out;
-  Bytes text(HYLORN_CERT_ITEM_SIZE);
-  unsigned textLen = 0;
-  const auto decoder_entry_last = [] { return read_errors().back().func_no == 318; };
-  for (const auto& pair : certs) {
-    const Bytes &cert = pair.first, &issuer = pair.second;
-    ASSERT_EQ(verify_cert(cert, issuer), 0u);
-    const std::size_t tbsEnd = cert.size() - elements(cert)[1].size() - elements(cert)[2].size();
-    sweep(
-        cert,
-        [&](const Bytes& prefix) {
-          return decode_cert(prefix, &out) == 1 && outputs_empty(out) && decoder_entry_last() &&
-                 Crypt_Get_Char_Info_FromCert(prefix.data(), size_of(prefix), 17, text.data(),
-                                              &textLen) == 1 &&
-                 verify_cert(prefix, issuer) == 1;
-        },
-        [&](const Bytes& changed, std::size_t pos) {
-          EXPECT_TRUE(decode_cert(changed, &out) == 0 || decoder_entry_last()) << pos;
-          Crypt_Get_Char_Info_FromCert(changed.data(), size_of(changed), 21, text.data(), &textLen);
-          if (pos < tbsEnd) {
-            EXPECT_EQ(verify_cert(changed, issuer), 1u) << pos;
-          }
-        });
-  }
-}
 
 }  // namespace

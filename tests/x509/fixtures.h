@@ -2,22 +2,17 @@
 
 #include <openssl/x509.h>
 
-#include <algorithm>
-#include <chrono>
 #include <cstring>
-#include <functional>
 #include <memory>
-#include <stdexcept>
 #include <string>
-#include <thread>
-#include <type_traits>
+#include <tuple>
 #include <utility>
 #include <vector>
 
 #include "cert_calls.h"
 #include "common.h"
 #include "frame/buffer.h"
-#include "support/fail_malloc.h"
+#include "support/openssl_rsa.h"
 #include "support/temp_dir.h"
 #include "x509/records.h"
 
@@ -42,52 +37,26 @@ Bytes encoded(F encode) {
   return ok ? der : Bytes{};
 }
 
-// i2d_X509_NAME of one attribute per RDN: (OpenSSL's short name, string type, value).
-struct OsslAttribute {
-  const char* field;
-  int type;
-  std::string value;
-};
+// One attribute per RDN for i2d_X509_NAME: OpenSSL's short name, string type, value.
+using OsslAttribute = std::tuple<const char*, int, std::string>;
 
+// Three OpenSSL keys (root, intermediate, leaf) made once per test binary, each also
+// written as the library's key file: its private key DER in the clear.
 struct Key {
   std::string file;
-  Bytes pub;
+  EvpKey evp = openssl_keygen(1024);
+  Bytes pub = public_der(evp.get());
 };
-// Three keys (root, intermediate, leaf) made once per test binary.
 struct Pki {
   TempDir dir;
-  Key root, inter, leaf;
+  Key root{dir.path("root.key")}, inter{dir.path("inter.key")}, leaf{dir.path("leaf.key")};
+  Pki() {
+    for (const Key* k : {&root, &inter, &leaf}) write_file(k->file, private_der(k->evp.get()));
+  }
 };
-
-inline std::string entries_text(const Entries& entries) {
-  std::string text;
-  for (const auto& e : entries) {
-    text += "func_no = " + std::to_string(e.func_no) + " err_no = " + std::to_string(e.err_no) +
-            " err_msg = " + e.msg + "\n";
-  }
-  return text;
-}
-
-// Fails the 1st, 2nd, ... malloc of call until none fails: each answers 1, fn's entry last.
-inline void expect_allocation_failures_cleaned(int fn, const std::function<unsigned()>& call,
-                                               int at_least) {
-  for (int n = 1;; ++n) {
-    unsigned r;
-    bool fired;
-    {
-      FailNthMalloc fail(n);
-      r = call();
-      fired = fail.fired();
-    }
-    if (!fired) {
-      EXPECT_EQ(r, 0u) << fn;
-      EXPECT_GT(n, at_least) << fn << ": allocations seen";
-      return;
-    }
-    EXPECT_EQ(r, 1u) << fn << " " << n;
-    const Entries entries = read_errors();
-    EXPECT_TRUE(!entries.empty() && entries.back().func_no == fn) << fn << " " << n;
-  }
+inline const Pki& pki() {
+  static const Pki* p = new Pki;
+  return *p;
 }
 
 inline hylorn::USER_X500_NAME user_name(const std::vector<std::pair<int, std::string>>& slots) {
@@ -98,10 +67,10 @@ inline hylorn::USER_X500_NAME user_name(const std::vector<std::pair<int, std::st
 
 inline Bytes openssl_name(const std::vector<OsslAttribute>& attributes) {
   X509_NAME* name = X509_NAME_new();
-  for (const OsslAttribute& a : attributes) {
-    X509_NAME_add_entry_by_txt(name, a.field, a.type,
-                               reinterpret_cast<const unsigned char*>(a.value.data()),
-                               static_cast<int>(a.value.size()), -1, 0);
+  for (const auto& [field, type, value] : attributes) {
+    X509_NAME_add_entry_by_txt(name, field, type,
+                               reinterpret_cast<const unsigned char*>(value.data()),
+                               static_cast<int>(value.size()), -1, 0);
   }
   unsigned char* der = nullptr;
   const int n = i2d_X509_NAME(name, &der);
@@ -109,60 +78,6 @@ inline Bytes openssl_name(const std::vector<OsslAttribute>& attributes) {
   OPENSSL_free(der);
   X509_NAME_free(name);
   return out;
-}
-
-inline hylorn::u32* presence(hylorn::CERT_EXTN_INFO& i) {
-  return &i.authorityKeyIdentifierPresent;
-}
-
-// A value worth reading back in every record; the presence flags choose what is written.
-inline void fill(hylorn::CERT_EXTN_INFO& i, hylorn::u32 critical) {
-  const auto put = [](u8* field, auto* length, const char* hex) {
-    const Bytes b = from_hex(hex);
-    std::memcpy(field, b.data(), b.size());
-    *length = static_cast<std::remove_reference_t<decltype(*length)>>(b.size());
-  };
-  auto& a = i.authorityKeyIdentifier;
-  a.keyIdentifierPresent = a.authorityCertIssuerPresent = a.nameCount = 1;
-  a.authorityCertSerialNumberPresent = 1;
-  put(a.keyIdentifier, &a.keyIdentifierLength, "0a0b0c");
-  a.authorityCertIssuer[0] = user_name({{0, "CN"}, {4, "Root CA"}});
-  // sign bit: padded like a serial
-  put(a.authorityCertSerialNumber, &a.authorityCertSerialNumberLength, "81f2");
-  put(i.subjectKeyIdentifier.keyIdentifier, &i.subjectKeyIdentifier.keyIdentifierLength,
-      "deadbeef");
-  auto& p = i.privateKeyUsagePeriod;
-  p.notBeforePresent = p.notAfterPresent = 1;
-  std::strcpy(p.notBefore, "20250102030405");
-  std::strcpy(p.notAfter, "20600708091011");
-  auto& c = i.certificatePolicies;
-  c.count = 2;
-  put(c.policyIdentifier[0], &c.policyIdentifierLength[0], "2a0304");
-  std::strcpy(c.qualifier[0], "http://ca.example/cps");
-  put(c.policyIdentifier[1], &c.policyIdentifierLength[1], "2b0601040182370a");
-  i.basicConstraints = {1, 200, 1, u8(critical)};
-  i.keyUsage.bits = 0x80 | 0x20 | 0x04 | 0x8000;
-  auto& e = i.extKeyUsage;
-  e.count = 2;
-  put(e.purpose[0], &e.purposeLength[0], "2b06010505070301");
-  put(e.purpose[1], &e.purposeLength[1], "2b06010505070304");
-  i.netscapeCertType.bits = 0x80 | 0x40 | 0x04;
-  i.setCertType.bits = 0x0100 | 0x02;
-  i.setHashedRootKey.length = 20;
-  for (u8 k = 0; k < 20; ++k) i.setHashedRootKey.octets[k] = u8(0xa0 + k);
-  auto& x = i.privateExtension;
-  put(x.identifier, &x.identifierLength, "2a030405");
-  put(x.value, &x.valueLength, "0c0141");
-  a.critical = i.subjectKeyIdentifier.critical = p.critical = c.critical = i.keyUsage.critical =
-      e.critical = i.netscapeCertType.critical = i.setCertType.critical =
-          i.setHashedRootKey.critical = x.critical = critical;
-}
-
-inline std::unique_ptr<hylorn::CERT_EXTN_INFO> everything() {
-  auto info = std::make_unique<hylorn::CERT_EXTN_INFO>();
-  fill(*info, 1);
-  for (std::size_t j = 0; j < 11; ++j) presence(*info)[j] = 1;
-  return info;
 }
 
 inline unsigned verify_cert(const Bytes& cert, const Bytes& issuer) {
@@ -176,48 +91,16 @@ inline Name name_of(const char (*slots)[HYLORN_NAME_SIZE]) {
   return n;
 }
 
-// The generator seeds itself from the calendar second: wait until the key is new.
-inline Key make_key(const TempDir& dir, const std::string& name, const std::vector<Bytes>& taken) {
-  Key k{dir.path(name), {}};
-  for (;;) {
-    k.pub.assign(HYLORN_PUBKEY_DER_SIZE, 0);
-    Bytes pri(HYLORN_PRIKEY_DER_SIZE);
-    unsigned pubLen = 0, priLen = 0;
-    if (Crypt_GenRSAKeyPair(k.file.c_str(), 0, k.pub.data(), &pubLen, pri.data(), &priLen)) {
-      throw std::runtime_error("Crypt_GenRSAKeyPair");
-    }
-    k.pub.resize(pubLen);
-    if (std::find(taken.begin(), taken.end(), k.pub) == taken.end()) return k;
-    std::this_thread::sleep_for(std::chrono::milliseconds(250));
-  }
-}
-
-inline const Pki& pki() {
-  static const Pki* p = [] {
-    auto* made = new Pki;
-    made->root = make_key(made->dir, "root.key", {});
-    made->inter = make_key(made->dir, "inter.key", {made->root.pub});
-    made->leaf = make_key(made->dir, "leaf.key", {made->root.pub, made->inter.pub});
-    return made;
-  }();
-  return *p;
-}
-
-inline std::size_t element_size(const Bytes& der, std::size_t pos) {
-  const u8 first = der[pos + 1];
-  if (first < 0x80) return 2 + first;
-  std::size_t n = 0;
-  for (int i = 0; i < (first & 0x7F); ++i) n = n << 8 | der[pos + 2 + i];
-  return 2 + (first & 0x7F) + n;
-}
-
-// The elements inside a constructed element (definite lengths).
+// The elements inside a constructed element, as OpenSSL's parser finds them.
 inline std::vector<Bytes> elements(const Bytes& der) {
+  const unsigned char* p = der.data();
+  long n = 0;
+  int tag = 0, xclass = 0;
+  ASN1_get_object(&p, &n, &tag, &xclass, long(der.size()));
   std::vector<Bytes> out;
-  for (std::size_t pos = der[1] < 0x80 ? 2 : 2 + (der[1] & 0x7F); pos < der.size();) {
-    const std::size_t n = element_size(der, pos);
-    out.emplace_back(der.begin() + pos, der.begin() + pos + n);
-    pos += n;
+  for (const unsigned char *end = p + n, *start = p; p < end; start = p) {
+    ASN1_get_object(&p, &n, &tag, &xclass, end - p);
+    out.emplace_back(start, p += n);
   }
   return out;
 }
