@@ -28,16 +28,13 @@ using Bn = std::unique_ptr<BIGNUM, BnFree>;
 using BnCtx = std::unique_ptr<BN_CTX, BnFree>;
 using Digits = std::vector<hylorn::MP_DIGIT>;
 
-inline Bn new_bn() {
-  return Bn(BN_new());
-}
-inline Bn bn_word(unsigned long w) {
-  Bn b = new_bn();
+inline Bn bn_word(unsigned long w = 0) {
+  Bn b(BN_new());
   BN_set_word(b.get(), w);
   return b;
 }
 inline Bn bn_power_of_two(int bit) {
-  Bn b = new_bn();
+  Bn b(BN_new());
   BN_set_bit(b.get(), bit);
   return b;
 }
@@ -45,14 +42,11 @@ inline Bn bn_of(const unsigned char* big_endian, int n) {
   return Bn(BN_bin2bn(big_endian, n, nullptr));
 }
 // Hex text, for readable failures.
-inline std::string hex(const BIGNUM* b) {
-  char* s = BN_bn2hex(b);
+inline std::string hex(const Bn& b) {
+  char* s = BN_bn2hex(b.get());
   std::string out(s);
   OPENSSL_free(s);
   return out;
-}
-inline std::string hex(const Bn& b) {
-  return hex(b.get());
 }
 
 inline Bn to_bn(const Digits& a) {

@@ -28,12 +28,12 @@ class MpBySize : public testing::TestWithParam<int> {
 
 INSTANTIATE_TEST_SUITE_P(Digits1To33, MpBySize, testing::Range(1, 34));
 
-TEST_P(MpBySize, AddSubMultShiftAndDigitMultiplesMatchBn) {
+TEST_P(MpBySize, ElementaryOperationsAndCodingMatchBn) {
   for (int r = 0; r < 60; ++r) {
     Digits b = ops_.number(n()), c = ops_.number(n()), a = b, wide(2 * n());
     const MP_DIGIT m = ops_.digit();
     const std::uint32_t s = ops_.below(32);
-    Bn bb = to_bn(b), bc = to_bn(c), mc(BN_dup(bc.get())), want = new_bn();
+    Bn bb = to_bn(b), bc = to_bn(c), mc(BN_dup(bc.get())), want = bn_word();
     BN_mul_word(mc.get(), m);
     BN_add(want.get(), bb.get(), bc.get());
     EXPECT_EQ(with_word(a, hylorn::MP_Add(a.data(), a.data(), c.data(), n32()), 1), hex(want));
@@ -53,6 +53,26 @@ TEST_P(MpBySize, AddSubMultShiftAndDigitMultiplesMatchBn) {
     BN_mul(want.get(), bb.get(), bc.get(), ctx_.get());
     hylorn::MP_Mult(wide.data(), b.data(), c.data(), n32());
     EXPECT_EQ(wide, from_bn(want.get(), 2 * n()));
+
+    c = ops_.coin() ? b : ops_.number(n());
+    if (ops_.coin()) c[ops_.below(n32())] ^= 1u << ops_.below(32);
+    EXPECT_EQ(hylorn::MP_Cmp(b.data(), c.data(), n32()), BN_cmp(bb.get(), to_bn(c).get()));
+    EXPECT_EQ(hylorn::MP_Digits(b.data(), n32()), u32_of((BN_num_bits(bb.get()) + 31) / 32));
+    EXPECT_EQ(hylorn::mp_bits(b.data(), n32()), u32_of(BN_num_bits(bb.get())));
+    EXPECT_EQ(hylorn::MP_Zero(b.data(), n32()), BN_is_zero(bb.get()));
+
+    const std::size_t lengths[] = {129, 133, 4 * n() - 1, 0};
+    Bytes bytes(r < 4 ? lengths[r] : ops_.below(140));
+    for (auto& x : bytes) x = static_cast<unsigned char>(ops_.digit());
+    Digits decoded(n(), 0x55);
+    hylorn::MP_Decode(decoded.data(), n32(), bytes.data(), u32_of(bytes.size()));
+    EXPECT_EQ(decoded, from_bn(bn_of(bytes.data(), int(bytes.size())).get(), n()));
+
+    Bytes out(bytes.size() + 1, 0x55), encoded(out.size());
+    hylorn::MP_Encode(out.data(), u32_of(out.size()), b.data(), n32());
+    BN_mask_bits(bb.get(), static_cast<int>(8 * out.size()));
+    BN_bn2binpad(bb.get(), encoded.data(), static_cast<int>(encoded.size()));
+    EXPECT_EQ(out, encoded);
   }
 }
 
@@ -60,7 +80,7 @@ TEST_P(MpBySize, DivModGcdAndInverseMatchBn) {
   for (int r = 0; r < 60; ++r) {
     std::size_t cDigits = 1 + ops_.below(2 * n32());
     Digits c = ops_.number(cDigits), d = ops_.number(n()), q(cDigits, 0xAA), rem(n(), 0xAA), m(n());
-    Bn bq = new_bn(), br = new_bn();
+    Bn bq = bn_word(), br = bn_word();
     BN_div(bq.get(), br.get(), to_bn(c).get(), to_bn(d).get(), ctx_.get());
     hylorn::MP_Div(q.data(), rem.data(), c.data(), u32_of(cDigits), d.data(), n32());
     EXPECT_EQ(q, from_bn(bq.get(), cDigits));
@@ -70,7 +90,7 @@ TEST_P(MpBySize, DivModGcdAndInverseMatchBn) {
   }
   for (int r = 0; r < 12; ++r) {
     Digits b = ops_.number(n()), c = ops_.number(n()), d = ops_.full(n()), a(n());
-    Bn want = new_bn(), g = new_bn();
+    Bn want = bn_word(), g = bn_word();
     BN_mod_mul(want.get(), to_bn(b).get(), to_bn(c).get(), to_bn(d).get(), ctx_.get());
     hylorn::MP_ModMult(a.data(), b.data(), c.data(), d.data(), n32());
     EXPECT_EQ(a, from_bn(want.get(), n()));
@@ -98,7 +118,7 @@ TEST_P(MpBySize, ModExpMatchesBnOnEveryPath) {
     if (r % 4 == 0) b.assign(n(), 0), b[0] = 2;
     std::size_t cDigits = r % 3 == 0 ? std::min<std::size_t>(2, n()) : 1 + ops_.below(n32());
     Digits c = ops_.full(cDigits);
-    Bn want = new_bn();
+    Bn want = bn_word();
     BN_mod_exp(want.get(), to_bn(b).get(), to_bn(c).get(), to_bn(d).get(), ctx_.get());
     hylorn::MP_ModExp(a.data(), b.data(), c.data(), u32_of(cDigits), d.data(), n32());
     EXPECT_EQ(a, from_bn(want.get(), n())) << "round " << r;
@@ -108,31 +128,6 @@ TEST_P(MpBySize, ModExpMatchesBnOnEveryPath) {
     for (int r = 0; r < 4; ++r) check(r, true);
   }
   for (int r = 0; r < 2; ++r) check(r, false);
-}
-
-TEST_P(MpBySize, CompareCountAndCode) {
-  for (int r = 0; r < 60; ++r) {
-    Digits a = ops_.number(n()), b = ops_.coin() ? a : ops_.number(n());
-    if (ops_.coin()) b[ops_.below(n32())] ^= 1u << ops_.below(32);
-    Bn ba = to_bn(a);
-    EXPECT_EQ(hylorn::MP_Cmp(a.data(), b.data(), n32()), BN_cmp(ba.get(), to_bn(b).get()));
-    EXPECT_EQ(hylorn::MP_Digits(a.data(), n32()), u32_of((BN_num_bits(ba.get()) + 31) / 32));
-    EXPECT_EQ(hylorn::mp_bits(a.data(), n32()), u32_of(BN_num_bits(ba.get())));
-    EXPECT_EQ(hylorn::MP_Zero(a.data(), n32()), BN_is_zero(ba.get()));
-
-    const std::size_t lengths[] = {129, 133, 4 * n() - 1, 0};
-    Bytes bytes(r < 4 ? lengths[r] : ops_.below(140));
-    for (auto& x : bytes) x = static_cast<unsigned char>(ops_.digit());
-    Digits decoded(n(), 0x55);
-    hylorn::MP_Decode(decoded.data(), n32(), bytes.data(), u32_of(bytes.size()));
-    EXPECT_EQ(decoded, from_bn(bn_of(bytes.data(), int(bytes.size())).get(), n()));
-
-    Bytes out(bytes.size() + 1, 0x55), want(out.size());
-    hylorn::MP_Encode(out.data(), u32_of(out.size()), a.data(), n32());
-    BN_mask_bits(ba.get(), static_cast<int>(8 * out.size()));
-    BN_bn2binpad(ba.get(), want.data(), static_cast<int>(want.size()));
-    EXPECT_EQ(out, want);
-  }
 }
 
 TEST(MpEdge, SingleDigitsZeroLengthsAndShiftLimits) {
@@ -170,7 +165,7 @@ TEST(MpEdge, DivisionAndExponentCorners) {
   Digits d = {0xFFFFFFFFu, 0xFFFFFFFFu, 0, 0x80000000u, 0, 0x80000000u, 0, 0};
   q.assign(8, 0), r.assign(8, 0);
   hylorn::MP_Div(q.data(), r.data(), c.data(), 8, d.data(), 8);
-  Bn bq = new_bn(), br = new_bn();
+  Bn bq = bn_word(), br = bn_word();
   BN_div(bq.get(), br.get(), to_bn(c).get(), to_bn(d).get(), BnCtx(BN_CTX_new()).get());
   EXPECT_EQ(q, from_bn(bq.get(), 8));
   EXPECT_EQ(r, from_bn(br.get(), 8));
@@ -216,7 +211,7 @@ Digits below(Operands& ops, const BIGNUM* m, std::size_t digits, BN_CTX* ctx,
 
 // a b / R mod d, given R^-1 mod d.
 Bn mont_model(const Digits& a, const Digits& b, const BIGNUM* d, const BIGNUM* rinv, BN_CTX* ctx) {
-  Bn v = new_bn();
+  Bn v = bn_word();
   BN_mod_mul(v.get(), to_bn(a).get(), to_bn(b).get(), d, ctx);
   BN_mod_mul(v.get(), v.get(), rinv, d, ctx);
   return v;
@@ -229,7 +224,7 @@ TEST(MontProduct, KernelsOfEveryPathMatchBn) {
     MontPathScope scope(path);
     Operands ops(29);
     for (std::size_t digits : {3, 15, 16, 17, 31, 32}) {
-      Bn rinv = new_bn(), radix = bn_power_of_two(static_cast<int>(64 * ((digits + 1) / 2)));
+      Bn rinv = bn_word(), radix = bn_power_of_two(static_cast<int>(64 * ((digits + 1) / 2)));
       for (int r = 0; r < 100; ++r) {
         Digits dd = r % 5 == 0 ? Digits(digits, 0xFFFFFFFFu) : ops.odd(digits);
         if (r % 5 == 1) dd.back() = 1;  // the smallest top limb
@@ -259,7 +254,7 @@ TEST(MontProduct, IfmaKernelMatchesBnBelowTwiceTheModulus) {
     GTEST_SKIP() << "no AVX-512 IFMA";
   BnCtx ctx(BN_CTX_new());
   Operands ops(37);
-  Bn radix = bn_power_of_two(520), rinv = new_bn(), twice = new_bn(), reduced = new_bn();
+  Bn radix = bn_power_of_two(520), rinv = bn_word(), twice = bn_word(), reduced = bn_word();
   for (int r = 0; r < 1000; ++r) {
     Digits dd = r % 4 == 0 ? Digits(16, 0xFFFFFFFFu) : ops.odd(16);
     if (r % 4 == 1) dd.back() = 0x80000000u;
@@ -295,7 +290,7 @@ TEST(MontPublic, ModuliThatDifferLittleKeepTheirOwnConstants) {
     for (const Digits& d : moduli) {
       Digits b = ops.number(32), e = {65537}, got(32);
       hylorn::mp_mod_exp_public(got.data(), b.data(), e.data(), 1, d.data(), 32);
-      Bn want = new_bn();
+      Bn want = bn_word();
       BN_mod_exp(want.get(), to_bn(b).get(), to_bn(e).get(), to_bn(d).get(), ctx.get());
       EXPECT_EQ(got, from_bn(want.get(), 32)) << "pass " << pass;
     }

@@ -68,7 +68,9 @@ TEST(Random, UpdateAddsWithCarryAndGenerateStepsByItsOwnRule) {
   }
 }
 
-TEST(Random, InitThenNoOutputUntilSeeded) {
+// Init asks for 256 bytes and writes no output until they came; any split of the draws
+// then gives the same stream.
+TEST(Random, InitSeedingAndAnySplitOfTheDraws) {
   RANDOM_STATE rs;
   std::memset(&rs, 0x5A, sizeof rs);
   EXPECT_EQ(hylorn::Random_Init(&rs), 0u);
@@ -82,25 +84,15 @@ TEST(Random, InitThenNoOutputUntilSeeded) {
   EXPECT_EQ(out[0], 0xA5);
   hylorn::Random_Update(&rs, seed, 1);
   EXPECT_EQ(hylorn::Random_Generate_Bytes(out, 1, &rs), 0u);
-}
 
-TEST(Random, AnySplitOfTheDrawsGivesTheSameStream) {
-  Bytes stream;
-  for (const Block& s : {bytes(0), bytes(1), bytes(1, {0x02})}) {
-    Block b = md5_block(s.data(), 16);
-    stream.insert(stream.end(), b.begin(), b.end());
-  }
-  stream.resize(40);
+  const Bytes stream = ModelGenerator::seeded({}, 0).draw(40);
   const std::vector<std::vector<u32>> splits = {
       {40}, {16, 1, 23}, {16, 16, 8}, {5, 20, 15}, {1, 15, 1, 15, 8}, {0, 40, 0}, {17, 17, 6}};
   for (const auto& split : splits) {
-    RANDOM_STATE rs{};
+    rs = RANDOM_STATE{};
     Bytes got(40, 0);
-    u32 at = 0;
-    for (u32 n : split) {
-      ASSERT_EQ(hylorn::Random_Generate_Bytes(got.data() + at, n, &rs), 0u);
-      at += n;
-    }
+    for (u32 n = 0, at = 0; n < split.size(); at += split[n++])
+      ASSERT_EQ(hylorn::Random_Generate_Bytes(got.data() + at, split[n], &rs), 0u);
     EXPECT_EQ(got, stream);
     EXPECT_EQ(rs.outputAvailable, 8u);
   }
@@ -108,10 +100,9 @@ TEST(Random, AnySplitOfTheDrawsGivesTheSameStream) {
 
 // The time byte: (seed * 214013 + 2531011) >> 16 & 0x7FFF, low byte.
 TEST(RandomSeed, FromByteAndFromTime) {
-  const std::pair<u32, u8> times[] = {
-      {0, 38},           {1, 41},    {1700000000u, 46}, {0x7FFFFFFFu, 35},
-      {0xFFFFFFFFu, 35}, {50412, 54}};  // low half all ones: one more in the constant carries into
-                                        // the byte
+  // 50412: the low half is all ones, so one more in the constant carries into the byte.
+  const std::pair<u32, u8> times[] = {{0, 38},           {1, 41},           {1700000000u, 46},
+                                      {0x7FFFFFFFu, 35}, {0xFFFFFFFFu, 35}, {50412, 54}};
   for (auto [seconds, byte] : times) EXPECT_EQ(hylorn::seed_byte_from_time(seconds), byte);
   for (u8 seed : {0x00, 0x26, 0xFF}) {
     RANDOM_STATE rs;
