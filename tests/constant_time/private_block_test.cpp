@@ -8,7 +8,6 @@
 #include <cstddef>
 #include <fstream>
 #include <map>
-#include <random>
 #include <string>
 #include <tuple>
 #include <vector>
@@ -68,27 +67,6 @@ const RSA_PRIVATE_KEY& key_of(unsigned bits) {
   return at->second;
 }
 
-// Inputs of the modulus's length: 0, 1, n - 1, p, q (whose residues modulo one prime
-// are 0) and random numbers below n.
-std::vector<Bytes> inputs_for(const RSA_PRIVATE_KEY& k) {
-  std::size_t len = (k.bits + 7) / 8;
-  const unsigned char* n = k.modulus + 128 - len;
-  Bytes zero(len, 0), one = zero, n_minus_1(n, n + len), p = zero, q = zero;
-  one.back() = 1;
-  n_minus_1.back() -= 1;  // n is odd
-  std::copy(k.prime[0], k.prime[0] + 64, p.end() - 64);
-  std::copy(k.prime[1], k.prime[1] + 64, q.end() - 64);
-  std::vector<Bytes> all = {zero, one, n_minus_1, p, q};
-  std::mt19937 rng(k.bits);
-  for (int i = 0; i < 3; ++i) {
-    Bytes r(len);
-    for (auto& b : r) b = static_cast<unsigned char>(rng());
-    r[0] = static_cast<unsigned char>(r[0] % n[0]);
-    all.push_back(r);
-  }
-  return all;
-}
-
 class PrivateBlock : public testing::TestWithParam<std::tuple<unsigned, MontPath>> {
  protected:
   void TearDown() override { hylorn::select_mont_path_automatically(); }
@@ -99,7 +77,7 @@ TEST_P(PrivateBlock, NoSecretBranchOrAddressAndOpenSslNumbers) {
   if (!hylorn::select_mont_path(path)) GTEST_SKIP() << "path not run here";
   const RSA_PRIVATE_KEY& key = key_of(bits);
   const EvpKey openssl = pkey_of(key);
-  for (const Bytes& input : inputs_for(key)) {
+  for (const Bytes& input : edge_inputs(key)) {
     SCOPED_TRACE(to_hex(input));
     RSA_PRIVATE_KEY k = key;
     Bytes c = input, out(128);

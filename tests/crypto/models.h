@@ -17,6 +17,7 @@
 #include "crypto/rsa_keys.h"
 #include "support/openssl_bytes.h"
 #include "support/openssl_rsa.h"
+#include "support/random_bytes.h"
 
 namespace hylorn_test {
 
@@ -165,6 +166,26 @@ inline Keys make_keys(unsigned bits, unsigned long e = 65537) {
   std::copy_n(k.priv.publicExponent, 128, k.pub.exponent);
   EXPECT_GT(BN_cmp(bn_of(k.priv.prime[0], 64).get(), bn_of(k.priv.prime[1], 64).get()), 0);
   return k;
+}
+
+// Inputs of the modulus's length for the raw blocks: 0, 2, and x and n - x for x = 1, p, q
+// (residues 0, 1 and -1 modulo a prime), then random numbers below n.
+inline std::vector<Bytes> edge_inputs(const hylorn::RSA_PRIVATE_KEY& k) {
+  const int len = (k.bits + 7) / 8;
+  std::vector<Bytes> all;
+  const auto add = [&](const Bn& v) {
+    all.emplace_back(len);
+    BN_bn2binpad(v.get(), all.back().data(), len);
+  };
+  const Bn n = bn_of(k.modulus, 128), rest = bn_word();
+  add(bn_word(0)), add(bn_word(2));
+  for (const Bn& x : {bn_word(1), bn_of(k.prime[0], 64), bn_of(k.prime[1], 64)}) {
+    BN_sub(rest.get(), n.get(), x.get());
+    add(x), add(rest);
+  }
+  std::mt19937 rng(k.bits);
+  for (int r = 0; r < 4; ++r) all.push_back(random_bytes(rng, len)), all.back()[0] = 0;
+  return all;
 }
 
 // The generator: state = sum of seed digests, output = MD5(state), then the state steps.

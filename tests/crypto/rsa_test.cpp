@@ -43,29 +43,17 @@ INSTANTIATE_TEST_SUITE_P(KeySizes, RawBlocks,
                                          RawCase{1023, 65537, false}, RawCase{768, 65537, false},
                                          RawCase{516, 3, false}, RawCase{1000, 65537, true}));
 
-// Random inputs and the edges (0, 1, 2, p, q, n - p, n - q, n - 1) on every path.
+// The edges and random inputs on every path.
 TEST_P(RawBlocks, MatchOpenSslWithoutPadding) {
   const RawCase c = GetParam();
   Keys k = make_keys(c.bits, c.e);
-  Bn n = bn_of(k.priv.modulus, 128), p = bn_of(k.priv.prime[0], 64), q = bn_of(k.priv.prime[1], 64);
   if (c.unreduced) {  // 500-bit primes: qInv + p still fits its field
     Bn coefficient = bn_of(k.priv.coefficient, 64);
-    BN_add(coefficient.get(), coefficient.get(), p.get());
+    BN_add(coefficient.get(), coefficient.get(), bn_of(k.priv.prime[0], 64).get());
     BN_bn2binpad(coefficient.get(), k.priv.coefficient, 64);
   }
   const u32 len = (c.bits + 7) / 8;
-  std::mt19937 rng(c.bits);
-  std::vector<Bytes> inputs;
-  for (int r = 0; r < 4; ++r) inputs.push_back(random_bytes(rng, len)), inputs.back()[0] = 0;
-  std::vector<Bn> edges;
-  edges.push_back(bn_word(0)), edges.push_back(bn_word(1)), edges.push_back(bn_word(2));
-  for (BIGNUM* x : {edges[1].get(), p.get(), q.get()}) {
-    edges.emplace_back(BN_dup(x));
-    edges.emplace_back(BN_new());
-    BN_sub(edges.back().get(), n.get(), x);
-  }
-  for (const Bn& x : edges)
-    inputs.emplace_back(len), BN_bn2binpad(x.get(), inputs.back().data(), int(len));
+  const std::vector<Bytes> inputs = edge_inputs(k.priv);
   for (hylorn::MontPath path : mont_paths()) {
     MontPathScope scope(path);
     for (const Bytes& in : inputs) {
