@@ -1,11 +1,15 @@
 #include <gtest/gtest.h>
 
+#include <optional>
+
 #include "models.h"
 
 namespace {
 
 using hylorn::MP_DIGIT;
 using namespace hylorn_test;
+
+using Sizes = std::vector<std::size_t>;
 
 std::uint32_t u32_of(std::size_t n) {
   return static_cast<std::uint32_t>(n);
@@ -197,84 +201,53 @@ TEST(MpEdge, DivisionAndExponentCorners) {
   }
 }
 // x mod m for a random x, sometimes m - 1, all-ones limbs or `also`.
-Digits below(Operands& ops, const BIGNUM* m, std::size_t digits, BN_CTX* ctx,
-             const BIGNUM* also = nullptr) {
+Digits below(Operands& ops, const BIGNUM* m, std::size_t digits, BN_CTX* ctx, const BIGNUM* also) {
   Bn x = to_bn(ops.number(digits));
-  switch (ops.below(6)) {
-    case 0:
-      BN_sub(x.get(), m, BN_value_one());
-      break;
-    case 1:
-      x = to_bn(Digits(digits, 0xFFFFFFFFu));
-      break;
-    case 2:
-      BN_copy(x.get(), also != nullptr ? also : x.get());
-      break;
-  }
+  const unsigned pick = ops.below(6);
+  if (pick == 0) BN_sub(x.get(), m, BN_value_one());
+  if (pick == 1) x = to_bn(Digits(digits, 0xFFFFFFFFu));
+  if (pick == 2) BN_copy(x.get(), also);
   BN_mod(x.get(), x.get(), m, ctx);
   return from_bn(x.get(), digits);
 }
 
-// a b / R mod d, given R^-1 mod d.
-Bn mont_model(const Digits& a, const Digits& b, const BIGNUM* d, const BIGNUM* rinv, BN_CTX* ctx) {
-  Bn v = bn_word();
-  BN_mod_mul(v.get(), to_bn(a).get(), to_bn(b).get(), d, ctx);
-  BN_mod_mul(v.get(), v.get(), rinv, d, ctx);
-  return v;
-}
-
-// The product and square kernels of every path at their own sizes and beside them.
+// a b / R mod d from the product and square kernels of every path, at their own sizes and
+// beside them; then from the IFMA pair kernel, whose R is 2^520 and whose operands and
+// results are only below 2d.
 TEST(MontProduct, KernelsOfEveryPathMatchBn) {
   BnCtx ctx(BN_CTX_new());
-  for (hylorn::MontPath path : mont_paths()) {
-    MontPathScope scope(path);
-    Operands ops(29);
-    for (std::size_t digits : {3, 15, 16, 17, 31, 32}) {
-      Bn rinv = bn_word(), radix = bn_power_of_two(static_cast<int>(64 * ((digits + 1) / 2)));
-      for (int r = 0; r < 100; ++r) {
+  Operands ops(29);
+  Bn rinv = bn_word(), bound = bn_word(), got = bn_word(), want = bn_word();
+  const std::vector<hylorn::MontPath> paths = mont_paths();
+  for (std::size_t kind = 0; kind <= paths.size(); ++kind) {
+    const bool pair = kind == paths.size();
+    std::optional<MontPathScope> scope;
+    if (!pair) scope.emplace(paths[kind]);
+    for (std::size_t digits : pair ? Sizes{16} : Sizes{3, 15, 16, 17, 31, 32}) {
+      const Bn radix = bn_power_of_two(pair ? 520 : static_cast<int>(64 * ((digits + 1) / 2)));
+      const std::size_t width = pair ? 17 : digits;
+      for (int r = 0; r < (pair ? 1000 : 200); ++r) {
         Digits dd = r % 5 == 0 ? Digits(digits, 0xFFFFFFFFu) : ops.odd(digits);
-        if (r % 5 == 1) dd.back() = 1;  // the smallest top limb
-        Bn d = to_bn(dd);
+        if (r % 5 == 1) dd.back() = pair ? 0x80000000u : 1;  // the smallest top limb
+        if (pair && r % 5 == 2) dd.assign(16, 0), dd[0] = 0xFFFFFFFFu, dd[1] = 0xFFFFFu;
+        dd[0] |= 1;
+        const Bn d = to_bn(dd);
+        BN_lshift(bound.get(), d.get(), pair ? 1 : 0);
         BN_mod_inverse(rinv.get(), radix.get(), d.get(), ctx.get());
-        Digits a = r % 3 == 0 ? ops.number(digits) : below(ops, d.get(), digits, ctx.get());
-        Digits b = below(ops, d.get(), digits, ctx.get()),
-               s = below(ops, d.get(), digits, ctx.get());
-        Digits product(digits), square(digits);
-        hylorn::mont_product(product.data(), a.data(), b.data(), dd.data(), u32_of(digits));
-        hylorn::mont_product(square.data(), s.data(), s.data(), dd.data(), u32_of(digits));
+        // a may reach R on the paths when b is below d; a == b squares.
+        Digits a = !pair && r % 3 == 0 ? ops.number(digits)
+                                       : below(ops, bound.get(), width, ctx.get(), d.get());
+        Digits b = r % 3 == 1 ? a : below(ops, bound.get(), width, ctx.get(), d.get()), out(width);
+        if (pair && !hylorn::mont_ifma_product(out.data(), a.data(), b.data(), dd.data())) return;
+        if (!pair) hylorn::mont_product(out.data(), a.data(), b.data(), dd.data(), u32_of(digits));
+        BN_mod(got.get(), to_bn(out).get(), d.get(), ctx.get());
+        BN_mod_mul(want.get(), to_bn(a).get(), to_bn(b).get(), d.get(), ctx.get());
+        BN_mod_mul(want.get(), want.get(), rinv.get(), d.get(), ctx.get());
         const auto where = testing::Message() << digits << " digits, round " << r;
-        EXPECT_EQ(product, from_bn(mont_model(a, b, d.get(), rinv.get(), ctx.get()).get(), digits))
-            << where;
-        EXPECT_EQ(square, from_bn(mont_model(s, s, d.get(), rinv.get(), ctx.get()).get(), digits))
-            << where;
+        EXPECT_EQ(hex(got), hex(want)) << where;
+        EXPECT_LT(BN_cmp(to_bn(out).get(), bound.get()), 0) << where;
       }
     }
-  }
-}
-
-// The IFMA pair kernel: a b 2^-520 mod d, below 2d, for operands below 2d.
-TEST(MontProduct, IfmaKernelMatchesBnBelowTwiceTheModulus) {
-  Digits probe(17), one(17, 0), d1(16, 0xFFFFFFFFu);
-  one[0] = 1;
-  if (!hylorn::mont_ifma_product(probe.data(), one.data(), one.data(), d1.data()))
-    GTEST_SKIP() << "no AVX-512 IFMA";
-  BnCtx ctx(BN_CTX_new());
-  Operands ops(37);
-  Bn radix = bn_power_of_two(520), rinv = bn_word(), twice = bn_word(), reduced = bn_word();
-  for (int r = 0; r < 1000; ++r) {
-    Digits dd = r % 4 == 0 ? Digits(16, 0xFFFFFFFFu) : ops.odd(16);
-    if (r % 4 == 1) dd.back() = 0x80000000u;
-    if (r % 8 == 2) dd.assign(16, 0), dd[0] = 0xFFFFFFFFu, dd[1] = 0xFFFFFu;  // 52 bits of ones
-    dd[0] |= 1;
-    Bn d = to_bn(dd);
-    BN_lshift1(twice.get(), d.get());
-    BN_mod_inverse(rinv.get(), radix.get(), d.get(), ctx.get());
-    Digits a = below(ops, twice.get(), 17, ctx.get(), d.get());
-    Digits b = below(ops, twice.get(), 17, ctx.get(), d.get()), got(17);
-    ASSERT_TRUE(hylorn::mont_ifma_product(got.data(), a.data(), b.data(), dd.data()));
-    BN_mod(reduced.get(), to_bn(got).get(), d.get(), ctx.get());
-    EXPECT_EQ(hex(reduced), hex(mont_model(a, b, d.get(), rinv.get(), ctx.get()))) << "round " << r;
-    EXPECT_LT(BN_cmp(to_bn(got).get(), twice.get()), 0) << "round " << r;
   }
 }
 
