@@ -42,8 +42,7 @@ extern "C" bool __wrap__ZN6hylorn8mont_x8612has_mulx_adxEv() {
 
 namespace {
 
-using hylorn::MontPath;
-using hylorn::RSA_PRIVATE_KEY;
+using namespace hylorn;
 using namespace hylorn_test;
 
 // Whether memcheck holds any bit of the bytes undefined (false when not under valgrind).
@@ -60,33 +59,33 @@ const RSA_PRIVATE_KEY& key_of(unsigned bits) {
   static std::map<unsigned, RSA_PRIVATE_KEY> keys;
   auto [at, fresh] = keys.try_emplace(bits);
   if (fresh) {
-    hylorn::RSA_PUBLIC_KEY pub;
-    hylorn::RSA_PROTO_KEY proto{bits, 1};
-    EXPECT_EQ(hylorn::rsa_generate_keys_from_seed_byte(&pub, &at->second, &proto, 0x5A), 0u);
+    RSA_PUBLIC_KEY pub;
+    RSA_PROTO_KEY proto{bits, 1};
+    EXPECT_EQ(rsa_generate_keys_from_seed_byte(&pub, &at->second, &proto, 0x5A), 0u);
   }
   return at->second;
 }
 
 class PrivateBlock : public testing::TestWithParam<std::tuple<unsigned, MontPath>> {
  protected:
-  void TearDown() override { hylorn::select_mont_path_automatically(); }
+  void TearDown() override { select_mont_path_automatically(); }
 };
 
 TEST_P(PrivateBlock, NoSecretBranchOrAddressAndOpenSslNumbers) {
   auto [bits, path] = GetParam();
-  if (!hylorn::select_mont_path(path)) GTEST_SKIP() << "path not run here";
+  if (!select_mont_path(path)) GTEST_SKIP() << "path not run here";
   const RSA_PRIVATE_KEY& key = key_of(bits);
   const EvpKey openssl = pkey_of(key);
   for (const Bytes& input : edge_inputs(key)) {
     SCOPED_TRACE(to_hex(input));
     RSA_PRIVATE_KEY k = key;
     Bytes c = input, out(128);
-    hylorn::u32 len = 0;
+    u32 len = 0;
     constexpr std::size_t kSecret = offsetof(RSA_PRIVATE_KEY, exponent);
     VALGRIND_MAKE_MEM_UNDEFINED(reinterpret_cast<char*>(&k) + kSecret, sizeof k - kSecret);
     VALGRIND_MAKE_MEM_UNDEFINED(c.data(), c.size());
     unsigned before = VALGRIND_COUNT_ERRORS;
-    hylorn::u32 status = hylorn::RSA_Private_Block(out.data(), &len, c.data(), c.size(), &k);
+    u32 status = RSA_Private_Block(out.data(), &len, c.data(), c.size(), &k);
     unsigned errors = VALGRIND_COUNT_ERRORS - before;
     bool reached = undefined(out.data(), len);
     VALGRIND_MAKE_MEM_DEFINED(out.data(), out.size());
@@ -107,10 +106,10 @@ INSTANTIATE_TEST_SUITE_P(KeysAndPaths, PrivateBlock,
 // above would fail on them: this names that cause directly.
 TEST(Declassify, MakesTheValueDefinedUnderMemcheck) {
   if (!RUNNING_ON_VALGRIND) GTEST_SKIP() << "not under valgrind";
-  hylorn::u32 v = 7;
+  u32 v = 7;
   VALGRIND_MAKE_MEM_UNDEFINED(&v, sizeof v);
   EXPECT_TRUE(undefined(&v, sizeof v));
-  hylorn::declassify(&v, sizeof v);
+  declassify(&v, sizeof v);
   EXPECT_FALSE(undefined(&v, sizeof v));
 }
 

@@ -12,9 +12,7 @@
 
 namespace {
 
-using hylorn::IdeaPath;
-using hylorn::u16;
-using hylorn::u32;
+using namespace hylorn;
 using hylorn_test::Bytes;
 using hylorn_test::from_hex;
 using hylorn_test::random_bytes;
@@ -51,17 +49,16 @@ Bytes padded(Bytes data) {
 Bytes blocks(const Bytes& key, const Bytes& data, bool encrypt) {
   Bytes out(data.size());
   const auto count = static_cast<u32>(data.size() / 8);
-  (encrypt ? hylorn::Idea_Encrypt_Blocks : hylorn::Idea_Decrypt_Blocks)(data.data(), count,
-                                                                        out.data(), key.data());
+  (encrypt ? Idea_Encrypt_Blocks : Idea_Decrypt_Blocks)(data.data(), count, out.data(), key.data());
   return out;
 }
 
 class IdeaEngine : public testing::TestWithParam<IdeaPath> {
  protected:
   void SetUp() override {
-    if (!hylorn::idea_force_path(GetParam())) GTEST_SKIP() << "CPU lacks this engine";
+    if (!idea_force_path(GetParam())) GTEST_SKIP() << "CPU lacks this engine";
   }
-  void TearDown() override { hylorn::idea_force_path(IdeaPath::automatic); }
+  void TearDown() override { idea_force_path(IdeaPath::automatic); }
 };
 
 INSTANTIATE_TEST_SUITE_P(ScalarSse2Avx2, IdeaEngine,
@@ -95,7 +92,7 @@ TEST_P(IdeaEngine, PublishedVectorsAndLibgcrypt) {
       const Bytes enc = gcrypt_ecb(key, data, true);
       ASSERT_EQ(to_hex(blocks(key, data, true)), to_hex(enc));
       ASSERT_EQ(to_hex(blocks(key, data, false)), to_hex(gcrypt_ecb(key, data, false)));
-      hylorn::Idea_Encrypt_Blocks(data.data(), static_cast<u32>(count), data.data(), key.data());
+      Idea_Encrypt_Blocks(data.data(), static_cast<u32>(count), data.data(), key.data());
       ASSERT_EQ(data, enc);
     }
   }
@@ -104,7 +101,7 @@ TEST_P(IdeaEngine, PublishedVectorsAndLibgcrypt) {
 // The decryption schedule's inverses mod 65537 (0 standing for 65536), for every value.
 TEST(IdeaArithmetic, EveryValueHasItsInverse) {
   for (unsigned a = 0; a <= 0xFFFF; ++a) {
-    const unsigned long long x = a ? a : 65536, inv = hylorn::idea_mul_inverse(static_cast<u16>(a));
+    const unsigned long long x = a ? a : 65536, inv = idea_mul_inverse(static_cast<u16>(a));
     ASSERT_EQ(x * (inv ? inv : 65536) % 65537, 1u) << a;
   }
 }
@@ -148,9 +145,9 @@ TEST(IdeaChunk, LengthSelectorPaddingAndMarkerRules) {
       {false, 3, 16, -59, -59, 0, "0203040506070809"},
       // clang-format on
   };
-  hylorn::IdeaSchedule enc, dec;
-  hylorn::idea_encrypt_schedule(kKey.data(), &enc);
-  hylorn::idea_decrypt_schedule(enc, &dec);
+  IdeaSchedule enc, dec;
+  idea_encrypt_schedule(kKey.data(), &enc);
+  idea_decrypt_schedule(enc, &dec);
   std::mt19937 rng(3);
   for (const auto& c : cases) {
     SCOPED_TRACE(testing::Message()
@@ -168,15 +165,15 @@ TEST(IdeaChunk, LengthSelectorPaddingAndMarkerRules) {
     const Bytes& expected = c.result != 0 ? Bytes{} : c.encrypt ? cipher : plain;
     Bytes out(4200, kUntouched), by_worker(4200, kUntouched);
     u16 out_len = kNoLen, worker_len = kNoLen;
-    ASSERT_EQ(c.encrypt ? hylorn::Idea_Encrypt_Chunk(c.selector, in.data(), c.len, out.data(),
-                                                     &out_len, kKey.data())
-                        : hylorn::Idea_Decrypt_Chunk(c.selector, out.data(), &out_len, in.data(),
-                                                     c.len, kKey.data()),
-              c.result);
-    EXPECT_EQ(c.encrypt ? hylorn::idea_encrypt_chunk_worker(c.selector, in.data(), c.len,
-                                                            by_worker.data(), &worker_len, enc)
-                        : hylorn::idea_decrypt_chunk_worker(c.selector, by_worker.data(),
-                                                            &worker_len, in.data(), c.len, dec),
+    ASSERT_EQ(
+        c.encrypt
+            ? Idea_Encrypt_Chunk(c.selector, in.data(), c.len, out.data(), &out_len, kKey.data())
+            : Idea_Decrypt_Chunk(c.selector, out.data(), &out_len, in.data(), c.len, kKey.data()),
+        c.result);
+    EXPECT_EQ(c.encrypt ? idea_encrypt_chunk_worker(c.selector, in.data(), c.len, by_worker.data(),
+                                                    &worker_len, enc)
+                        : idea_decrypt_chunk_worker(c.selector, by_worker.data(), &worker_len,
+                                                    in.data(), c.len, dec),
               c.worker);
     EXPECT_EQ(out_len, c.result != 0 ? kNoLen : expected.size());
     EXPECT_EQ(worker_len, out_len);
@@ -199,10 +196,8 @@ TEST(IdeaData, EncryptAndDecryptAcrossChunkBoundaries) {
         ASSERT_EQ(Crypt_Enc_Data_S(data.data(), n, enc.data(), &enc_len, kKey.data()), 0u);
         ASSERT_EQ(Crypt_Dec_Data_S(cipher.data(), m, dec.data(), &dec_len, kKey.data()), 0u);
       } else {
-        ASSERT_EQ(hylorn::Idea_Encrypt_Data(enc.data(), &enc_len, data.data(), n, kKey.data(), 16),
-                  1);
-        ASSERT_EQ(
-            hylorn::Idea_Decrypt_Data(dec.data(), &dec_len, cipher.data(), m, kKey.data(), 16), 1);
+        ASSERT_EQ(Idea_Encrypt_Data(enc.data(), &enc_len, data.data(), n, kKey.data(), 16), 1);
+        ASSERT_EQ(Idea_Decrypt_Data(dec.data(), &dec_len, cipher.data(), m, kKey.data(), 16), 1);
       }
       EXPECT_EQ(enc_len, m);
       expect_output(enc, cipher);
@@ -239,9 +234,9 @@ TEST(IdeaData, FailuresAndTheLastErrorWord) {
     Bytes in = gcrypt_ecb(kKey, plain, true), out(c.in_len + 8, kUntouched);
     in.resize(c.in_len, 0);
     u32 out_len = 12345;
-    auto* run = c.encrypt ? hylorn::Idea_Encrypt_Data : hylorn::Idea_Decrypt_Data;
+    auto* run = c.encrypt ? Idea_Encrypt_Data : Idea_Decrypt_Data;
     EXPECT_EQ(run(out.data(), &out_len, in.data(), u32(c.in_len), kKey.data(), c.key_len), 0);
-    EXPECT_EQ(hylorn::idea_last_error(), c.last_error);
+    EXPECT_EQ(idea_last_error(), c.last_error);
     EXPECT_EQ(out_len, 12345u);
     expect_output(out, Bytes(plain.begin(), plain.begin() + c.written));
     if (c.key_len == 16) {
@@ -251,7 +246,7 @@ TEST(IdeaData, FailuresAndTheLastErrorWord) {
   Bytes out(16);
   u32 out_len = 0;
   EXPECT_EQ(Crypt_Enc_Data_S(kKey.data(), 8, out.data(), &out_len, kKey.data()), 0u);
-  EXPECT_EQ(hylorn::idea_last_error(), kErrDecrypt);
+  EXPECT_EQ(idea_last_error(), kErrDecrypt);
 }
 
 }  // namespace

@@ -6,7 +6,7 @@
 
 namespace {
 
-using hylorn::MP_DIGIT;
+using namespace hylorn;
 using namespace hylorn_test;
 
 using Sizes = std::vector<std::size_t>;
@@ -40,40 +40,38 @@ TEST_P(MpBySize, ElementaryOperationsAndCodingMatchBn) {
     Bn bb = to_bn(b), bc = to_bn(c), mc(BN_dup(bc.get())), want = bn_word();
     BN_mul_word(mc.get(), m);
     BN_add(want.get(), bb.get(), bc.get());
-    EXPECT_EQ(with_word(a, hylorn::MP_Add(a.data(), a.data(), c.data(), n32()), 1), hex(want));
+    EXPECT_EQ(with_word(a, MP_Add(a.data(), a.data(), c.data(), n32()), 1), hex(want));
     BN_sub(want.get(), bb.get(), bc.get());
-    EXPECT_EQ(with_word(a, hylorn::MP_Sub(a.data(), b.data(), c.data(), n32()), -1), hex(want));
+    EXPECT_EQ(with_word(a, MP_Sub(a.data(), b.data(), c.data(), n32()), -1), hex(want));
     BN_lshift(want.get(), bb.get(), static_cast<int>(s));
-    EXPECT_EQ(with_word(a, hylorn::MP_LShift(a.data(), b.data(), s, n32()), 1), hex(want));
+    EXPECT_EQ(with_word(a, MP_LShift(a.data(), b.data(), s, n32()), 1), hex(want));
     BN_add(want.get(), bb.get(), mc.get());
-    EXPECT_EQ(with_word(a, hylorn::MP_AddDigitMult(a.data(), b.data(), m, c.data(), n32()), 1),
-              hex(want));
+    EXPECT_EQ(with_word(a, MP_AddDigitMult(a.data(), b.data(), m, c.data(), n32()), 1), hex(want));
     BN_sub(want.get(), bb.get(), mc.get());
-    EXPECT_EQ(with_word(a, hylorn::MP_SubDigitMult(a.data(), b.data(), m, c.data(), n32()), -1),
-              hex(want));
+    EXPECT_EQ(with_word(a, MP_SubDigitMult(a.data(), b.data(), m, c.data(), n32()), -1), hex(want));
     BN_rshift(want.get(), bb.get(), static_cast<int>(s));
-    EXPECT_EQ(hylorn::MP_RShift(a.data(), b.data(), s, n32()), s == 0 ? 0 : b[0] << (32 - s));
+    EXPECT_EQ(MP_RShift(a.data(), b.data(), s, n32()), s == 0 ? 0 : b[0] << (32 - s));
     EXPECT_EQ(a, from_bn(want.get(), n()));
     BN_mul(want.get(), bb.get(), bc.get(), ctx_.get());
-    hylorn::MP_Mult(wide.data(), b.data(), c.data(), n32());
+    MP_Mult(wide.data(), b.data(), c.data(), n32());
     EXPECT_EQ(wide, from_bn(want.get(), 2 * n()));
 
     c = ops_.coin() ? b : ops_.number(n());
     if (ops_.coin()) c[ops_.below(n32())] ^= 1u << ops_.below(32);
-    EXPECT_EQ(hylorn::MP_Cmp(b.data(), c.data(), n32()), BN_cmp(bb.get(), to_bn(c).get()));
-    EXPECT_EQ(hylorn::MP_Digits(b.data(), n32()), u32_of((BN_num_bits(bb.get()) + 31) / 32));
-    EXPECT_EQ(hylorn::mp_bits(b.data(), n32()), u32_of(BN_num_bits(bb.get())));
-    EXPECT_EQ(hylorn::MP_Zero(b.data(), n32()), BN_is_zero(bb.get()));
+    EXPECT_EQ(MP_Cmp(b.data(), c.data(), n32()), BN_cmp(bb.get(), to_bn(c).get()));
+    EXPECT_EQ(MP_Digits(b.data(), n32()), u32_of((BN_num_bits(bb.get()) + 31) / 32));
+    EXPECT_EQ(mp_bits(b.data(), n32()), u32_of(BN_num_bits(bb.get())));
+    EXPECT_EQ(MP_Zero(b.data(), n32()), BN_is_zero(bb.get()));
 
     const std::size_t lengths[] = {129, 133, 4 * n() - 1, 0};
     Bytes bytes(r < 4 ? lengths[r] : ops_.below(140));
     for (auto& x : bytes) x = static_cast<unsigned char>(ops_.digit());
     Digits decoded(n(), 0x55);
-    hylorn::MP_Decode(decoded.data(), n32(), bytes.data(), u32_of(bytes.size()));
+    MP_Decode(decoded.data(), n32(), bytes.data(), u32_of(bytes.size()));
     EXPECT_EQ(decoded, from_bn(bn_of(bytes.data(), int(bytes.size())).get(), n()));
 
     Bytes out(bytes.size() + 1, 0x55), encoded(out.size());
-    hylorn::MP_Encode(out.data(), u32_of(out.size()), b.data(), n32());
+    MP_Encode(out.data(), u32_of(out.size()), b.data(), n32());
     BN_mask_bits(bb.get(), static_cast<int>(8 * out.size()));
     BN_bn2binpad(bb.get(), encoded.data(), static_cast<int>(encoded.size()));
     EXPECT_EQ(out, encoded);
@@ -86,17 +84,17 @@ TEST_P(MpBySize, DivModGcdAndInverseMatchBn) {
     Digits c = ops_.number(cDigits), d = ops_.number(n()), q(cDigits, 0xAA), rem(n(), 0xAA), m(n());
     Bn bq = bn_word(), br = bn_word();
     BN_div(bq.get(), br.get(), to_bn(c).get(), to_bn(d).get(), ctx_.get());
-    hylorn::MP_Div(q.data(), rem.data(), c.data(), u32_of(cDigits), d.data(), n32());
+    MP_Div(q.data(), rem.data(), c.data(), u32_of(cDigits), d.data(), n32());
     EXPECT_EQ(q, from_bn(bq.get(), cDigits));
     EXPECT_EQ(rem, from_bn(br.get(), n()));
-    hylorn::MP_Mod(m.data(), c.data(), u32_of(cDigits), d.data(), n32());
+    MP_Mod(m.data(), c.data(), u32_of(cDigits), d.data(), n32());
     EXPECT_EQ(m, rem);
   }
   for (int r = 0; r < 12; ++r) {
     Digits b = ops_.number(n()), c = ops_.number(n()), d = ops_.full(n()), a(n());
     Bn want = bn_word(), g = bn_word();
     BN_mod_mul(want.get(), to_bn(b).get(), to_bn(c).get(), to_bn(d).get(), ctx_.get());
-    hylorn::MP_ModMult(a.data(), b.data(), c.data(), d.data(), n32());
+    MP_ModMult(a.data(), b.data(), c.data(), d.data(), n32());
     EXPECT_EQ(a, from_bn(want.get(), n()));
     if (ops_.coin() && n() > 1) {
       Digits f = ops_.full(1 + ops_.below(n32() / 2));
@@ -104,11 +102,11 @@ TEST_P(MpBySize, DivModGcdAndInverseMatchBn) {
       b = from_bn(want.get(), n());
     }
     BN_gcd(g.get(), to_bn(b).get(), to_bn(d).get(), ctx_.get());
-    hylorn::MP_Gcd(a.data(), b.data(), d.data(), n32());
+    MP_Gcd(a.data(), b.data(), d.data(), n32());
     EXPECT_EQ(a, from_bn(g.get(), n()));
     if (!BN_is_one(g.get()) || BN_is_one(to_bn(d).get())) continue;
     BN_mod_inverse(want.get(), to_bn(b).get(), to_bn(d).get(), ctx_.get());
-    hylorn::MP_ModInv(a.data(), b.data(), d.data(), n32());
+    MP_ModInv(a.data(), b.data(), d.data(), n32());
     EXPECT_EQ(a, from_bn(want.get(), n()));
   }
 }
@@ -128,12 +126,12 @@ TEST_P(MpBySize, ModExpMatchesBnOnEveryPath) {
       if (pass == 2) d[ops_.below(n32())] ^= 0x10u;
       Bn want = bn_word();
       BN_mod_exp(want.get(), to_bn(b).get(), to_bn(c).get(), to_bn(d).get(), ctx_.get());
-      (pass == 0 ? hylorn::MP_ModExp : hylorn::mp_mod_exp_public)(a.data(), b.data(), c.data(),
-                                                                  u32_of(cDigits), d.data(), n32());
+      (pass == 0 ? MP_ModExp : mp_mod_exp_public)(a.data(), b.data(), c.data(), u32_of(cDigits),
+                                                  d.data(), n32());
       EXPECT_EQ(a, from_bn(want.get(), n())) << "round " << r << ", pass " << pass;
     }
   };
-  for (hylorn::MontPath path : mont_paths()) {
+  for (MontPath path : mont_paths()) {
     MontPathScope scope(path);
     for (int r = 0; r < 4; ++r) check(r, true);
   }
@@ -144,37 +142,37 @@ TEST(MpEdge, SingleDigitsZeroLengthsAndShiftLimits) {
   Operands ops(5);
   for (int r = 0; r < 5000; ++r) {
     MP_DIGIT b = ops.digit(), c = ops.digit() | 0x80000000u, prod[2], q;
-    hylorn::MP_DigitMult(prod, b, c);
+    MP_DigitMult(prod, b, c);
     EXPECT_EQ((std::uint64_t{prod[1]} << 32) | prod[0], std::uint64_t{b} * c);
     MP_DIGIT dividend[2] = {ops.digit(), ops.digit() % c};
-    hylorn::MP_DigitDiv(&q, dividend, c);
+    MP_DigitDiv(&q, dividend, c);
     EXPECT_EQ(q, ((std::uint64_t{dividend[1]} << 32) | dividend[0]) / c);
-    EXPECT_EQ(hylorn::MP_DigitBits(b), u32_of(BN_num_bits(bn_word(b).get())));
+    EXPECT_EQ(MP_DigitBits(b), u32_of(BN_num_bits(bn_word(b).get())));
   }
   Digits a = {1, 2}, b = {3, 4};
-  EXPECT_EQ(hylorn::MP_Cmp(a.data(), b.data(), 0), 0);
-  EXPECT_EQ(hylorn::MP_Zero(a.data(), 0), 1);
-  EXPECT_EQ(hylorn::MP_Digits(a.data(), 0), 0u);
-  EXPECT_EQ(hylorn::MP_LShift(a.data(), b.data(), 32, 2), 0u);
-  EXPECT_EQ(hylorn::MP_RShift(a.data(), b.data(), 40, 2), 0u);
+  EXPECT_EQ(MP_Cmp(a.data(), b.data(), 0), 0);
+  EXPECT_EQ(MP_Zero(a.data(), 0), 1);
+  EXPECT_EQ(MP_Digits(a.data(), 0), 0u);
+  EXPECT_EQ(MP_LShift(a.data(), b.data(), 32, 2), 0u);
+  EXPECT_EQ(MP_RShift(a.data(), b.data(), 40, 2), 0u);
   EXPECT_EQ(a, (Digits{1, 2}));
-  hylorn::MP_Assign2Exp(a.data(), 63, 2);
+  MP_Assign2Exp(a.data(), 63, 2);
   EXPECT_EQ(a, (Digits{0, 0x80000000u}));
-  hylorn::MP_Assign2Exp(a.data(), 64, 2);
+  MP_Assign2Exp(a.data(), 64, 2);
   EXPECT_EQ(a, (Digits{0, 0}));
 }
 
 // Division by zero writes nothing; the add-back step of division; exponent corners.
 TEST(MpEdge, DivisionAndExponentCorners) {
   Digits c = {7, 9}, zero = {0, 0}, q = {0xAB, 0xCD}, r = {0xEF, 0x12};
-  hylorn::MP_Div(q.data(), r.data(), c.data(), 2, zero.data(), 2);
-  hylorn::MP_Mod(r.data(), c.data(), 2, zero.data(), 2);
+  MP_Div(q.data(), r.data(), c.data(), 2, zero.data(), 2);
+  MP_Mod(r.data(), c.data(), 2, zero.data(), 2);
   EXPECT_EQ(q, (Digits{0xAB, 0xCD}));
   EXPECT_EQ(r, (Digits{0xEF, 0x12}));
   c = {2, 0, 0, 0x80000000u, 0xFFFFFFFFu, 0xFFFFFFFFu, 0xFFFFFFFFu, 0x7FFFFFFFu};
   Digits d = {0xFFFFFFFFu, 0xFFFFFFFFu, 0, 0x80000000u, 0, 0x80000000u, 0, 0};
   q.assign(8, 0), r.assign(8, 0);
-  hylorn::MP_Div(q.data(), r.data(), c.data(), 8, d.data(), 8);
+  MP_Div(q.data(), r.data(), c.data(), 8, d.data(), 8);
   Bn bq = bn_word(), br = bn_word();
   BN_div(bq.get(), br.get(), to_bn(c).get(), to_bn(d).get(), BnCtx(BN_CTX_new()).get());
   EXPECT_EQ(q, from_bn(bq.get(), 8));
@@ -194,8 +192,8 @@ TEST(MpEdge, DivisionAndExponentCorners) {
   for (const auto& k : cases) {
     Digits a(k.d.size(), 0x77), g(k.d.size(), 0x77);
     const auto nd = u32_of(k.d.size()), nc = u32_of(k.c.size());
-    hylorn::MP_ModExp(a.data(), k.b.data(), k.c.data(), nc, k.d.data(), nd);
-    hylorn::mp_mod_exp_generic(g.data(), k.b.data(), k.c.data(), nc, k.d.data(), nd);
+    MP_ModExp(a.data(), k.b.data(), k.c.data(), nc, k.d.data(), nd);
+    mp_mod_exp_generic(g.data(), k.b.data(), k.c.data(), nc, k.d.data(), nd);
     EXPECT_EQ(a, k.want);
     EXPECT_EQ(g, k.want);
   }
@@ -218,7 +216,7 @@ TEST(MontProduct, KernelsOfEveryPathMatchBn) {
   BnCtx ctx(BN_CTX_new());
   Operands ops(29);
   Bn rinv = bn_word(), bound = bn_word(), got = bn_word(), want = bn_word();
-  const std::vector<hylorn::MontPath> paths = mont_paths();
+  const std::vector<MontPath> paths = mont_paths();
   for (std::size_t kind = 0; kind <= paths.size(); ++kind) {
     const bool pair = kind == paths.size();
     std::optional<MontPathScope> scope;
@@ -238,8 +236,8 @@ TEST(MontProduct, KernelsOfEveryPathMatchBn) {
         Digits a = !pair && r % 3 == 0 ? ops.number(digits)
                                        : below(ops, bound.get(), width, ctx.get(), d.get());
         Digits b = r % 3 == 1 ? a : below(ops, bound.get(), width, ctx.get(), d.get()), out(width);
-        if (pair && !hylorn::mont_ifma_product(out.data(), a.data(), b.data(), dd.data())) return;
-        if (!pair) hylorn::mont_product(out.data(), a.data(), b.data(), dd.data(), u32_of(digits));
+        if (pair && !mont_ifma_product(out.data(), a.data(), b.data(), dd.data())) return;
+        if (!pair) mont_product(out.data(), a.data(), b.data(), dd.data(), u32_of(digits));
         BN_mod(got.get(), to_bn(out).get(), d.get(), ctx.get());
         BN_mod_mul(want.get(), to_bn(a).get(), to_bn(b).get(), d.get(), ctx.get());
         BN_mod_mul(want.get(), want.get(), rinv.get(), d.get(), ctx.get());
