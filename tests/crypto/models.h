@@ -77,15 +77,10 @@ class Operands {
     if (a[sig - 1] == 0) a[sig - 1] = 1;
     return a;
   }
-  // Exactly `digits` significant digits, or odd ones.
+  // Exactly `digits` significant digits.
   Digits full(std::size_t digits) {
     Digits a = number(digits);
     if (a.back() == 0) a.back() = digit() | 1;
-    return a;
-  }
-  Digits odd(std::size_t digits) {
-    Digits a = full(digits);
-    a[0] |= 1;
     return a;
   }
   hylorn::MP_DIGIT digit() {

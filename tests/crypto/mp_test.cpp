@@ -225,7 +225,7 @@ TEST(MontProduct, KernelsOfEveryPathMatchBn) {
       const Bn radix = bn_power_of_two(pair ? 520 : static_cast<int>(64 * ((digits + 1) / 2)));
       const std::size_t width = pair ? 17 : digits;
       for (int r = 0; r < (pair ? 1000 : 200); ++r) {
-        Digits dd = r % 5 == 0 ? Digits(digits, 0xFFFFFFFFu) : ops.odd(digits);
+        Digits dd = r % 5 == 0 ? Digits(digits, 0xFFFFFFFFu) : ops.full(digits);
         if (r % 5 == 1) dd.back() = pair ? 0x80000000u : 1;  // the smallest top limb
         if (pair && r % 5 == 2) dd.assign(16, 0), dd[0] = 0xFFFFFFFFu, dd[1] = 0xFFFFFu;
         dd[0] |= 1;
