@@ -16,8 +16,7 @@
 namespace {
 
 using namespace hylorn;
-using hylorn_test::Bytes;
-using hylorn_test::to_hex;
+using namespace hylorn_test;
 using Cuts = std::vector<std::size_t>;  // lengths of the successive Update calls
 
 // Feeds the message in pieces of the given lengths, the remainder in a last call.
@@ -99,12 +98,12 @@ TEST_P(Digest, KnownAnswersEveryWay) {
 // Lengths 0..1000 against OpenSSL, one-shot and in random pieces.
 TEST_P(Digest, Md5AndSha1MatchOpenSslForEveryLengthAndSplit) {
   std::mt19937 gen(11);
-  const Bytes data = hylorn_test::random_bytes(gen, 1000);
+  const Bytes data = random_bytes(gen, 1000);
   for (const Algo& algo : {kAlgos[1], kAlgos[2]}) {
     if (!runs(algo)) continue;
     for (std::size_t len = 0; len <= 1000; ++len) {
       Bytes m(data.begin(), data.begin() + len);
-      Bytes want = hylorn_test::openssl_digest(algo.openssl(), m.data(), m.size());
+      Bytes want = openssl_digest(algo.openssl(), m.data(), m.size());
       Cuts cuts;
       for (std::size_t used = 0; used < len; used += cuts.back()) {
         const std::size_t limit = gen() % 2 ? 9 : 151;
@@ -133,7 +132,7 @@ TEST(DigestRules, BitCountCarriesIntoTheHighWord) {
 }
 
 TEST(DigestRules, NullOutputUsesOneStaticBufferPerDigest) {
-  const Bytes abc = hylorn_test::bytes_of("abc");
+  const Bytes abc = bytes_of("abc");
   u8* md2 = Digest_MD2(abc.data(), 3, nullptr);
   u8* md5 = Digest_MD5(abc.data(), 3, nullptr);
   u8* sha1 = Digest_SHA1(abc.data(), 3, nullptr);
@@ -151,9 +150,9 @@ TEST(DigestRules, NullOutputUsesOneStaticBufferPerDigest) {
 
 // Digest and RFC 8017 DigestInfo per number; refused numbers write nothing.
 TEST(HashApi, NumbersGiveTheDigestAndItsDigestInfoOrNothing) {
-  const Bytes fox = hylorn_test::bytes_of("The quick brown fox jumps over the lazy dog");
+  const Bytes fox = bytes_of("The quick brown fox jumps over the lazy dog");
   const auto openssl = [&](const EVP_MD* md) {
-    return to_hex(hylorn_test::openssl_digest(md, fox.data(), fox.size()));
+    return to_hex(openssl_digest(md, fox.data(), fox.size()));
   };
   const std::string md2 = "03d85a0d629d2c442e987525319fc471", md5 = openssl(EVP_md5()),
                     sha1 = openssl(EVP_sha1()), p2 = "3020300c06082a864886f70d020205000410",

@@ -13,10 +13,7 @@
 namespace {
 
 using namespace hylorn;
-using hylorn_test::Bytes;
-using hylorn_test::from_hex;
-using hylorn_test::random_bytes;
-using hylorn_test::to_hex;
+using namespace hylorn_test;
 
 // ECB over whole blocks with libgcrypt.
 Bytes gcrypt_ecb(const Bytes& key, const Bytes& data, bool encrypt) {
