@@ -63,15 +63,19 @@ TEST_P(RawBlocks, MatchOpenSslWithoutPadding) {
   }
 }
 
-// OpenSSL opens what we make and we open it again; the opening of blocks OpenSSL makes
-// is the table below.
+// OpenSSL opens what we make and we open it again (the opening of blocks OpenSSL makes is
+// the table below). The type 2 padding comes from the state passed in, one non-zero byte
+// at a time.
 TEST(RsaPkcs1, OpenSslReadsOurBlocksAndWeReadThemBack) {
   const Keys& k = key1024();
   EVP_PKEY* pkey = k.pkey.get();
   std::mt19937 rng(11);
+  RANDOM_STATE rs{}, copy{};
+  Random_Seed_From_Byte(&rs, 0x3C);
+  copy = rs;
   for (u32 n : {0u, 1u, 36u, 117u}) {
     SCOPED_TRACE(n);
-    Bytes data = random_bytes(rng, n), out(128), back(128);
+    Bytes data = random_bytes(rng, n), out(128), back(128), block = {0x00, 0x02};
     u32 out_len = 0, back_len = 0;
     auto opened = [&] { return Bytes(back.begin(), back.begin() + back_len); };
     ASSERT_EQ(RSA_Private_Encrypt(out.data(), &out_len, data.data(), n, &k.priv), 0u);
@@ -79,40 +83,24 @@ TEST(RsaPkcs1, OpenSslReadsOurBlocksAndWeReadThemBack) {
     ASSERT_EQ(RSA_Public_Decrypt(back.data(), &back_len, out.data(), out_len, &k.pub), 0u);
     EXPECT_EQ(opened(), data);
 
-    ASSERT_EQ(
-        RSA_Public_Encrypt(out.data(), &out_len, data.data(), n, &k.pub, module_random_state()),
-        0u);
+    ASSERT_EQ(RSA_Public_Encrypt(out.data(), &out_len, data.data(), n, &k.pub, &rs), 0u);
+    while (block.size() < 128 - n - 1) {
+      unsigned char b = 0;
+      while (b == 0) Random_Generate_Bytes(&b, 1, &copy);
+      block.push_back(b);
+    }
+    block.push_back(0x00), block.insert(block.end(), data.begin(), data.end());
+    EXPECT_EQ(to_hex(openssl_decrypt(pkey, out, RSA_NO_PADDING)), to_hex(block));
     EXPECT_EQ(openssl_decrypt(pkey, out), data);
     ASSERT_EQ(RSA_Private_Decrypt(back.data(), &back_len, out.data(), out_len, &k.priv),
               n == 0 ? kErrData : 0u);
     EXPECT_EQ(opened(), n == 0 ? Bytes{} : data);
   }
-}
-
-TEST(RsaPkcs1, PaddingComesFromTheStateOneNonZeroByteAtATime) {
-  const Keys& k = key1024();
-  RANDOM_STATE rs{}, copy{};
-  Random_Seed_From_Byte(&rs, 0x3C);
-  copy = rs;
-  Bytes data(40, 0x5A), out(128);
-  u32 out_len = 0;
-  ASSERT_EQ(RSA_Public_Encrypt(out.data(), &out_len, data.data(), 40, &k.pub, &rs), 0u);
-  Bytes block = openssl_decrypt(k.pkey.get(), out, RSA_NO_PADDING);
-  ASSERT_EQ(block.size(), 128u);
-  for (std::size_t i = 2; i < 128 - 40 - 1; ++i) {
-    unsigned char b = 0;
-    while (b == 0) Random_Generate_Bytes(&b, 1, &copy);
-    ASSERT_EQ(block[i], b) << "padding byte " << i;
-  }
   EXPECT_EQ(std::memcmp(&rs, &copy, sizeof rs), 0);
-
-  Random_Init(&rs);
-  out_len = 7;
-  EXPECT_EQ(RSA_Public_Encrypt(out.data(), &out_len, data.data(), 20, &k.pub, &rs), kNeedRandom);
-  EXPECT_EQ(out_len, 7u);
 }
 
-// Refused lengths and inputs leave *outLen alone; the wrappers answer 1 or 0.
+// Refused lengths, inputs and an unseeded state leave *outLen alone; the wrappers answer
+// 1 or 0.
 TEST(RsaPkcs1, RefusalsAndWrappers) {
   const Keys& k = key1024();
   const RSA_PRIVATE_KEY zero{};
@@ -122,6 +110,9 @@ TEST(RsaPkcs1, RefusalsAndWrappers) {
   EXPECT_EQ(RSA_Private_Encrypt(out.data(), &len, in.data(), 118, &k.priv), kErrLen);
   EXPECT_EQ(RSA_Public_Encrypt(out.data(), &len, in.data(), 118, &k.pub, rs), kErrLen);
   EXPECT_EQ(RSA_Public_Encrypt(out.data(), &len, in.data(), 0xFFFFFFF8u, &k.pub, rs), kErrLen);
+  RANDOM_STATE unseeded;
+  Random_Init(&unseeded);
+  EXPECT_EQ(RSA_Public_Encrypt(out.data(), &len, in.data(), 20, &k.pub, &unseeded), kNeedRandom);
   EXPECT_EQ(RSA_Public_Decrypt(out.data(), &len, in.data(), 129, &k.pub), kErrLen);
   EXPECT_EQ(RSA_Private_Decrypt(out.data(), &len, in.data(), 129, &k.priv), kErrLen);
   EXPECT_EQ(RSA_Public_Block(out.data(), &len, k.pub.modulus, 128, &k.pub), kErrData);
