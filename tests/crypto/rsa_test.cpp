@@ -23,46 +23,6 @@ const Keys& key1024() {
   return k;
 }
 
-// No padding: GoogleTest prints a parameter byte by byte, and memcheck would see the holes.
-struct RawCase {
-  u32 bits, e;
-  u32 unreduced;  // coefficient q^-1 mod p plus p: the engine's CRT declines it
-};
-class RawBlocks : public testing::TestWithParam<RawCase> {};
-
-INSTANTIATE_TEST_SUITE_P(KeySizes, RawBlocks,
-                         testing::Values(RawCase{1024, 65537, 0}, RawCase{1024, 3, 0},
-                                         RawCase{1023, 65537, 0}, RawCase{768, 65537, 0},
-                                         RawCase{516, 3, 0}, RawCase{1000, 65537, 1}));
-
-// The edges and random inputs on every path.
-TEST_P(RawBlocks, MatchOpenSslWithoutPadding) {
-  const RawCase c = GetParam();
-  Keys k = make_keys(c.bits, c.e);
-  if (c.unreduced) {  // 500-bit primes: qInv + p still fits its field
-    Bn coefficient = bn_of(k.priv.coefficient, 64);
-    BN_add(coefficient.get(), coefficient.get(), bn_of(k.priv.prime[0], 64).get());
-    BN_bn2binpad(coefficient.get(), k.priv.coefficient, 64);
-  }
-  const u32 len = (c.bits + 7) / 8;
-  const std::vector<Bytes> inputs = edge_inputs(k.priv);
-  for (MontPath path : mont_paths()) {
-    MontPathScope scope(path);
-    for (const Bytes& in : inputs) {
-      for (bool pub : {true, false}) {
-        Bytes out(len, 0xEE);
-        u32 out_len = 0;
-        ASSERT_EQ(pub ? RSA_Public_Block(out.data(), &out_len, in.data(), len, &k.pub)
-                      : RSA_Private_Block(out.data(), &out_len, in.data(), len, &k.priv),
-                  0u);
-        ASSERT_EQ(out_len, len);
-        EXPECT_EQ(out, (pub ? openssl_encrypt : openssl_decrypt)(k.pkey.get(), in, RSA_NO_PADDING))
-            << to_hex(in);
-      }
-    }
-  }
-}
-
 // OpenSSL opens what we make and we open it again (the opening of blocks OpenSSL makes is
 // the table below). The type 2 padding comes from the state passed in, one non-zero byte
 // at a time.
@@ -247,7 +207,7 @@ Bn model_prime(ModelGenerator& gen, unsigned bits, std::size_t bytes, BIGNUM* e)
   }
 }
 
-// Without padding, like RawCase.
+// No padding: GoogleTest prints a parameter byte by byte, and memcheck would see the holes.
 struct KeyCase {
   u32 seed;  // a byte
   u32 bits;
