@@ -70,7 +70,7 @@ TEST(RsaPkcs1, RefusalsAndWrappers) {
   EXPECT_EQ(RSA_Private_Encrypt(out.data(), &len, in.data(), 118, &k.priv), kErrLen);
   EXPECT_EQ(RSA_Public_Encrypt(out.data(), &len, in.data(), 118, &k.pub, rs), kErrLen);
   EXPECT_EQ(RSA_Public_Encrypt(out.data(), &len, in.data(), 0xFFFFFFF8u, &k.pub, rs), kErrLen);
-  RANDOM_STATE unseeded;
+  RANDOM_STATE unseeded{};
   Random_Init(&unseeded);
   EXPECT_EQ(RSA_Public_Encrypt(out.data(), &len, in.data(), 20, &k.pub, &unseeded), kNeedRandom);
   EXPECT_EQ(RSA_Public_Decrypt(out.data(), &len, in.data(), 129, &k.pub), kErrLen);
