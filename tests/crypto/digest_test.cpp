@@ -119,7 +119,8 @@ TEST(DigestRules, BitCountCarriesIntoTheHighWord) {
   const u8 data[3] = {1, 2, 3};
   const u32 cases[][3] = {
       {0xFFFFFFF0u, 0, 3}, {0xFFFFFFE8u, 7, 3}, {0x7FFFFFF0u, 0, 3}, {0xFFFFFFFFu, 0xFFFFFFFFu, 1}};
-  for (const auto& [low, high, add] : cases) {
+  for (const auto& row : cases) {
+    const u32 low = row[0], high = row[1], add = row[2];  // named, as clang 14 captures no binding
     const auto check = [&](auto ctx, auto init, auto update) {
       init(&ctx);
       ctx.count[0] = low, ctx.count[1] = high;
