@@ -21,7 +21,7 @@ using namespace hylorn;
 using namespace hylorn_test;
 
 // Where decoding stops and what it skips; hex nullptr: the one "not 4" entry.
-TEST(Base64, DecodeStopsAndSkipsAsDocumented) {
+TEST(Base64, DecodeStopsAndSkipsAsPromised) {
   // clang-format off
   const std::pair<const char*, const char*> cases[] = {
       {"", ""}, {"Zg==", "66"}, {"Zm8=", "666f"}, {"Zm9vYg==", "666f6f62"},
@@ -47,14 +47,14 @@ TEST(Base64, DecodeStopsAndSkipsAsDocumented) {
 const char kBegin[] = "-----BEGIN CERTIFICATE-----";
 const char kEnd[] = "-----END CERTIFICATE-----";
 
-std::size_t documented_room(std::size_t derLen, const char* header, const char* footer) {
+std::size_t promised_room(std::size_t derLen, const char* header, const char* footer) {
   return std::strlen(header) + std::strlen(footer) + 4 * ((derLen + 2) / 3) +
          2 * ((derLen + 47) / 48) + 5;
 }
 
-// DER to PEM in a buffer of exactly the documented room.
+// DER to PEM in a buffer of exactly the room the interface promises to need.
 std::string der2pem(const Bytes& der, const char* header = kBegin, const char* footer = kEnd) {
-  std::vector<char> out(documented_room(der.size(), header, footer), '#');
+  std::vector<char> out(promised_room(der.size(), header, footer), '#');
   unsigned len = 0;
   EXPECT_EQ(DER2PEM_data_format(der.data(), unsigned(der.size()), out.data(), &len, header, footer),
             0u);
@@ -94,7 +94,7 @@ TEST(Pem, MatchesOpenSslBothWaysAtEveryLength) {
     const std::string ours = der2pem(der);
     EXPECT_TRUE(read_errors().empty());
     EXPECT_EQ(ours, openssl_write("CERTIFICATE", der)) << n;
-    EXPECT_EQ(ours.size() + 1, documented_room(n, kBegin, kEnd)) << n;
+    EXPECT_EQ(ours.size() + 1, promised_room(n, kBegin, kEnd)) << n;
     EXPECT_EQ(pem2der(openssl_write("X509 CRL", der)), der) << n;
   }
   EXPECT_EQ(der2pem(Bytes(49), "", ""), std::string(64, 'A') + "\r\nAA==\r\n");
@@ -103,7 +103,7 @@ TEST(Pem, MatchesOpenSslBothWaysAtEveryLength) {
 }
 
 // The loose scan and its refusals; every prefix of a PEM text fails until the footer.
-TEST(Pem, ScansAsDocumentedAndReadsOnlyPemLen) {
+TEST(Pem, ScansLooselyAndReadsOnlyPemLen) {
   // clang-format off
   const std::tuple<std::string, const char*, int> cases[] = {
       {"", "", 0}, {"Zm9v\r\nYmFy\r\n", "666f6f626172", 0},
@@ -244,7 +244,7 @@ Bytes reference_value(const std::string& text) {
   return out.empty() ? Bytes{0} : out;
 }
 
-// Char2Int into exactly the documented 54 bytes, Int2Char into exactly 310 characters.
+// Char2Int into exactly the promised 54 bytes, Int2Char into exactly 310 characters.
 std::optional<Bytes> char2int(const std::string& text) {
   Bytes buf(54);
   unsigned len = 0;
