@@ -12,13 +12,8 @@
 
 namespace {
 
-using hylorn::IdeaPath;
-using hylorn::u16;
-using hylorn::u32;
-using hylorn_test::Bytes;
-using hylorn_test::from_hex;
-using hylorn_test::random_bytes;
-using hylorn_test::to_hex;
+using namespace hylorn;
+using namespace hylorn_test;
 
 // ECB over whole blocks with libgcrypt.
 Bytes gcrypt_ecb(const Bytes& key, const Bytes& data, bool encrypt) {
@@ -51,17 +46,16 @@ Bytes padded(Bytes data) {
 Bytes blocks(const Bytes& key, const Bytes& data, bool encrypt) {
   Bytes out(data.size());
   const auto count = static_cast<u32>(data.size() / 8);
-  (encrypt ? hylorn::Idea_Encrypt_Blocks : hylorn::Idea_Decrypt_Blocks)(data.data(), count,
-                                                                        out.data(), key.data());
+  (encrypt ? Idea_Encrypt_Blocks : Idea_Decrypt_Blocks)(data.data(), count, out.data(), key.data());
   return out;
 }
 
 class IdeaEngine : public testing::TestWithParam<IdeaPath> {
  protected:
   void SetUp() override {
-    if (!hylorn::idea_force_path(GetParam())) GTEST_SKIP() << "CPU lacks this engine";
+    if (!idea_force_path(GetParam())) GTEST_SKIP() << "CPU lacks this engine";
   }
-  void TearDown() override { hylorn::idea_force_path(IdeaPath::automatic); }
+  void TearDown() override { idea_force_path(IdeaPath::automatic); }
 };
 
 INSTANTIATE_TEST_SUITE_P(ScalarSse2Avx2, IdeaEngine,
@@ -95,7 +89,7 @@ TEST_P(IdeaEngine, PublishedVectorsAndLibgcrypt) {
       const Bytes enc = gcrypt_ecb(key, data, true);
       ASSERT_EQ(to_hex(blocks(key, data, true)), to_hex(enc));
       ASSERT_EQ(to_hex(blocks(key, data, false)), to_hex(gcrypt_ecb(key, data, false)));
-      hylorn::Idea_Encrypt_Blocks(data.data(), static_cast<u32>(count), data.data(), key.data());
+      Idea_Encrypt_Blocks(data.data(), static_cast<u32>(count), data.data(), key.data());
       ASSERT_EQ(data, enc);
     }
   }
@@ -104,7 +98,7 @@ TEST_P(IdeaEngine, PublishedVectorsAndLibgcrypt) {
 // The decryption schedule's inverses mod 65537 (0 standing for 65536), for every value.
 TEST(IdeaArithmetic, EveryValueHasItsInverse) {
   for (unsigned a = 0; a <= 0xFFFF; ++a) {
-    const unsigned long long x = a ? a : 65536, inv = hylorn::idea_mul_inverse(static_cast<u16>(a));
+    const unsigned long long x = a ? a : 65536, inv = idea_mul_inverse(static_cast<u16>(a));
     ASSERT_EQ(x * (inv ? inv : 65536) % 65537, 1u) << a;
   }
 }
@@ -121,80 +115,67 @@ void expect_output(const Bytes& out, const Bytes& expected) {
                           [](unsigned char c) { return c == kUntouched; }));
 }
 
-// Results of the chunk calls and of their workers; nothing written on a refusal.
-TEST(IdeaChunk, LengthSelectorAndPaddingRules) {
+// Results of the chunk calls and of their workers; nothing written on a refusal. A row
+// with `last` deciphers 8 bytes of 01 and that final block: where the 0x01 marker is found.
+TEST(IdeaChunk, LengthSelectorPaddingAndMarkerRules) {
   const struct {
     bool encrypt;
     int selector, len, result, worker;
     int data_len;  // on success: plaintext bytes
+    const char* last = nullptr;
   } cases[] = {
-      {true, 1, 4096, 0, 0, 4096},   {true, 2, 4096, 0, 0, 4096},   {true, 1, 4095, 195, -61, 0},
-      {true, 2, 4097, 195, -61, 0},  {true, 1, 0, 195, -61, 0},     {true, 3, 0, 0, 0, 0},
-      {true, 4, 1, 0, 0, 1},         {true, 3, 7, 0, 0, 7},         {true, 4, 8, 0, 0, 8},
-      {true, 3, 4095, 0, 0, 4095},   {true, 4, 4096, 0, 0, 4096},   {true, 3, 4097, 196, -60, 0},
-      {true, 4, -1, 196, -60, 0},    {true, 0, 8, -1, -1, 0},       {true, 5, 8, -1, -1, 0},
-      {false, 1, 4096, 0, 0, 4096},  {false, 2, 4096, 0, 0, 4096},  {false, 3, 8, 0, 0, 0},
-      {false, 4, 16, 0, 0, 9},       {false, 3, 4096, 0, 0, 4095},  {false, 1, 4088, 201, -61, 0},
-      {false, 2, 4104, 201, -61, 0}, {false, 1, 4095, 201, -61, 0}, {false, 3, 12, 201, -60, 0},
-      {false, 4, -4, 201, -60, 0},   {false, 4, 4104, 196, -60, 0}, {false, 3, -8, 196, -60, 0},
-      {false, 3, 0, -59, -59, 0},    {false, 0, 8, -1, -1, 0},      {false, 5, 4096, -1, -1, 0},
+      // clang-format off
+      {true, 1, 4096, 0, 0, 4096},    {true, 2, 4096, 0, 0, 4096},    {true, 1, 4095, 195, -61, 0},
+      {true, 2, 4097, 195, -61, 0},   {true, 1, 0, 195, -61, 0},      {true, 3, 0, 0, 0, 0},
+      {true, 4, 1, 0, 0, 1},          {true, 3, 7, 0, 0, 7},          {true, 4, 8, 0, 0, 8},
+      {true, 3, 4095, 0, 0, 4095},    {true, 4, 4096, 0, 0, 4096},    {true, 3, 4097, 196, -60, 0},
+      {true, 4, -1, 196, -60, 0},     {true, 0, 8, -1, -1, 0},        {true, 5, 8, -1, -1, 0},
+      {false, 1, 4096, 0, 0, 4096},   {false, 2, 4096, 0, 0, 4096},   {false, 3, 8, 0, 0, 0},
+      {false, 4, 16, 0, 0, 9},        {false, 3, 4096, 0, 0, 4095},   {false, 1, 4088, 201, -61, 0},
+      {false, 2, 4104, 201, -61, 0},  {false, 1, 4095, 201, -61, 0},  {false, 3, 12, 201, -60, 0},
+      {false, 4, -4, 201, -60, 0},    {false, 4, 4104, 196, -60, 0},  {false, 3, -8, 196, -60, 0},
+      {false, 3, 0, -59, -59, 0},     {false, 0, 8, -1, -1, 0},       {false, 5, 4096, -1, -1, 0},
+      {false, 3, 16, 0, 0, 15, "AABBCCDDEEFF1101"},   {false, 3, 16, 0, 0, 9, "AA01000000000000"},
+      {false, 3, 16, 0, 0, 8, "0100000000000000"},    {false, 3, 16, 0, 0, 15, "0101010101010101"},
+      {false, 3, 16, 0, 0, 9, "AA01BBCCDDEEFF00"},    {false, 3, 16, 0, 0, 8, "0102030405060708"},
+      {false, 3, 16, -59, -59, 0, "0000000000000000"},
+      {false, 3, 16, -59, -59, 0, "0203040506070809"},
+      // clang-format on
   };
-  hylorn::IdeaSchedule enc, dec;
-  hylorn::idea_encrypt_schedule(kKey.data(), &enc);
-  hylorn::idea_decrypt_schedule(enc, &dec);
+  IdeaSchedule enc, dec;
+  idea_encrypt_schedule(kKey.data(), &enc);
+  idea_decrypt_schedule(enc, &dec);
   std::mt19937 rng(3);
   for (const auto& c : cases) {
-    SCOPED_TRACE(testing::Message() << (c.encrypt ? "encrypt" : "decrypt") << " selector "
-                                    << c.selector << " len " << c.len);
-    Bytes plain = random_bytes(rng, static_cast<std::size_t>(c.data_len));
-    Bytes cipher = gcrypt_ecb(kKey, c.selector >= 3 ? padded(plain) : plain, true);
-    Bytes in = c.result != 0 ? random_bytes(rng, 4200) : c.encrypt ? plain : cipher;
+    SCOPED_TRACE(testing::Message()
+                 << (c.encrypt ? "encrypt" : "decrypt") << " selector " << c.selector << " len "
+                 << c.len << " " << (c.last ? c.last : ""));
+    Bytes plain = c.last ? from_hex(std::string("0101010101010101") + c.last)
+                         : random_bytes(rng, static_cast<std::size_t>(c.data_len));
+    Bytes cipher = gcrypt_ecb(kKey, c.selector >= 3 && !c.last ? padded(plain) : plain, true);
+    Bytes in = c.last          ? cipher
+               : c.result != 0 ? random_bytes(rng, 4200)
+               : c.encrypt     ? plain
+                               : cipher;
     in.resize(4200);
+    plain.resize(static_cast<std::size_t>(c.data_len));
     const Bytes& expected = c.result != 0 ? Bytes{} : c.encrypt ? cipher : plain;
     Bytes out(4200, kUntouched), by_worker(4200, kUntouched);
     u16 out_len = kNoLen, worker_len = kNoLen;
-    if (c.encrypt) {
-      ASSERT_EQ(hylorn::Idea_Encrypt_Chunk(c.selector, in.data(), c.len, out.data(), &out_len,
-                                           kKey.data()),
-                c.result);
-      EXPECT_EQ(hylorn::idea_encrypt_chunk_worker(c.selector, in.data(), c.len, by_worker.data(),
-                                                  &worker_len, enc),
-                c.worker);
-    } else {
-      ASSERT_EQ(hylorn::Idea_Decrypt_Chunk(c.selector, out.data(), &out_len, in.data(), c.len,
-                                           kKey.data()),
-                c.result);
-      EXPECT_EQ(hylorn::idea_decrypt_chunk_worker(c.selector, by_worker.data(), &worker_len,
-                                                  in.data(), c.len, dec),
-                c.worker);
-    }
+    ASSERT_EQ(
+        c.encrypt
+            ? Idea_Encrypt_Chunk(c.selector, in.data(), c.len, out.data(), &out_len, kKey.data())
+            : Idea_Decrypt_Chunk(c.selector, out.data(), &out_len, in.data(), c.len, kKey.data()),
+        c.result);
+    EXPECT_EQ(c.encrypt ? idea_encrypt_chunk_worker(c.selector, in.data(), c.len, by_worker.data(),
+                                                    &worker_len, enc)
+                        : idea_decrypt_chunk_worker(c.selector, by_worker.data(), &worker_len,
+                                                    in.data(), c.len, dec),
+              c.worker);
     EXPECT_EQ(out_len, c.result != 0 ? kNoLen : expected.size());
     EXPECT_EQ(worker_len, out_len);
     expect_output(out, expected);
     EXPECT_EQ(by_worker, out);
-  }
-}
-
-TEST(IdeaChunk, PaddingMarkerSearch) {
-  const struct {
-    const char* last_block;
-    int data_in_last_block;  // -1: refused
-  } cases[] = {
-      {"AA BB CC DD EE FF 11 01", 7},  {"AA 01 00 00 00 00 00 00", 1},
-      {"01 00 00 00 00 00 00 00", 0},  {"01 01 01 01 01 01 01 01", 7},
-      {"AA 01 BB CC DD EE FF 00", 1},  {"01 02 03 04 05 06 07 08", 0},
-      {"00 00 00 00 00 00 00 00", -1}, {"02 03 04 05 06 07 08 09", -1},
-  };
-  for (const auto& c : cases) {
-    SCOPED_TRACE(c.last_block);
-    Bytes plain = from_hex(std::string("01 01 01 01 01 01 01 01") + c.last_block);
-    Bytes in = gcrypt_ecb(kKey, plain, true), out(16, kUntouched);
-    u16 out_len = kNoLen;
-    int r = hylorn::Idea_Decrypt_Chunk(3, out.data(), &out_len, in.data(), 16, kKey.data());
-    EXPECT_EQ(r, c.data_in_last_block < 0 ? -59 : 0);
-    plain.resize(c.data_in_last_block < 0 ? 0 : 8 + c.data_in_last_block);
-    EXPECT_EQ(out_len, r != 0 ? kNoLen : plain.size());
-    expect_output(out, plain);
   }
 }
 
@@ -204,23 +185,22 @@ TEST(IdeaData, EncryptAndDecryptAcrossChunkBoundaries) {
   for (std::size_t len :
        {0, 1, 7, 8, 9, 4087, 4088, 4095, 4096, 4097, 4103, 4104, 4105, 8191, 8192, 8193, 12289}) {
     SCOPED_TRACE(len);
-    const Bytes data = random_bytes(rng, len), expected = gcrypt_ecb(kKey, padded(data), true);
-    Bytes enc(len + 8, kUntouched), exported(len + 8, kUntouched), dec(len + 8, kUntouched);
-    u32 enc_len = 0, exported_len = 0, dec_len = 0;
-    ASSERT_EQ(
-        hylorn::Idea_Encrypt_Data(enc.data(), &enc_len, data.data(), u32(len), kKey.data(), 16), 1);
-    ASSERT_EQ(enc_len, expected.size());
-    expect_output(enc, expected);
-    ASSERT_EQ(Crypt_Enc_Data_S(data.data(), u32(len), exported.data(), &exported_len, kKey.data()),
-              0u);
-    EXPECT_EQ(exported, enc);
-    ASSERT_EQ(hylorn::Idea_Decrypt_Data(dec.data(), &dec_len, enc.data(), enc_len, kKey.data(), 16),
-              1);
-    ASSERT_EQ(dec_len, len);
-    expect_output(dec, data);
-    std::fill(dec.begin(), dec.end(), kUntouched);
-    ASSERT_EQ(Crypt_Dec_Data_S(enc.data(), enc_len, dec.data(), &dec_len, kKey.data()), 0u);
-    expect_output(dec, data);
+    const Bytes data = random_bytes(rng, len), cipher = gcrypt_ecb(kKey, padded(data), true);
+    for (bool exported : {false, true}) {
+      Bytes enc(len + 8, kUntouched), dec(len + 8, kUntouched);
+      u32 enc_len = 0, dec_len = 0, n = u32(len), m = u32(cipher.size());
+      if (exported) {
+        ASSERT_EQ(Crypt_Enc_Data_S(data.data(), n, enc.data(), &enc_len, kKey.data()), 0u);
+        ASSERT_EQ(Crypt_Dec_Data_S(cipher.data(), m, dec.data(), &dec_len, kKey.data()), 0u);
+      } else {
+        ASSERT_EQ(Idea_Encrypt_Data(enc.data(), &enc_len, data.data(), n, kKey.data(), 16), 1);
+        ASSERT_EQ(Idea_Decrypt_Data(dec.data(), &dec_len, cipher.data(), m, kKey.data(), 16), 1);
+      }
+      EXPECT_EQ(enc_len, m);
+      expect_output(enc, cipher);
+      EXPECT_EQ(dec_len, n);
+      expect_output(dec, data);
+    }
   }
 }
 
@@ -251,9 +231,9 @@ TEST(IdeaData, FailuresAndTheLastErrorWord) {
     Bytes in = gcrypt_ecb(kKey, plain, true), out(c.in_len + 8, kUntouched);
     in.resize(c.in_len, 0);
     u32 out_len = 12345;
-    auto* run = c.encrypt ? hylorn::Idea_Encrypt_Data : hylorn::Idea_Decrypt_Data;
+    auto* run = c.encrypt ? Idea_Encrypt_Data : Idea_Decrypt_Data;
     EXPECT_EQ(run(out.data(), &out_len, in.data(), u32(c.in_len), kKey.data(), c.key_len), 0);
-    EXPECT_EQ(hylorn::idea_last_error(), c.last_error);
+    EXPECT_EQ(idea_last_error(), c.last_error);
     EXPECT_EQ(out_len, 12345u);
     expect_output(out, Bytes(plain.begin(), plain.begin() + c.written));
     if (c.key_len == 16) {
@@ -263,7 +243,7 @@ TEST(IdeaData, FailuresAndTheLastErrorWord) {
   Bytes out(16);
   u32 out_len = 0;
   EXPECT_EQ(Crypt_Enc_Data_S(kKey.data(), 8, out.data(), &out_len, kKey.data()), 0u);
-  EXPECT_EQ(hylorn::idea_last_error(), kErrDecrypt);
+  EXPECT_EQ(idea_last_error(), kErrDecrypt);
 }
 
 }  // namespace

@@ -17,6 +17,7 @@
 #include "crypto/rsa_keys.h"
 #include "support/openssl_bytes.h"
 #include "support/openssl_rsa.h"
+#include "support/random_bytes.h"
 
 namespace hylorn_test {
 
@@ -28,16 +29,13 @@ using Bn = std::unique_ptr<BIGNUM, BnFree>;
 using BnCtx = std::unique_ptr<BN_CTX, BnFree>;
 using Digits = std::vector<hylorn::MP_DIGIT>;
 
-inline Bn new_bn() {
-  return Bn(BN_new());
-}
-inline Bn bn_word(unsigned long w) {
-  Bn b = new_bn();
+inline Bn bn_word(unsigned long w = 0) {
+  Bn b(BN_new());
   BN_set_word(b.get(), w);
   return b;
 }
 inline Bn bn_power_of_two(int bit) {
-  Bn b = new_bn();
+  Bn b(BN_new());
   BN_set_bit(b.get(), bit);
   return b;
 }
@@ -45,14 +43,11 @@ inline Bn bn_of(const unsigned char* big_endian, int n) {
   return Bn(BN_bin2bn(big_endian, n, nullptr));
 }
 // Hex text, for readable failures.
-inline std::string hex(const BIGNUM* b) {
-  char* s = BN_bn2hex(b);
+inline std::string hex(const Bn& b) {
+  char* s = BN_bn2hex(b.get());
   std::string out(s);
   OPENSSL_free(s);
   return out;
-}
-inline std::string hex(const Bn& b) {
-  return hex(b.get());
 }
 
 inline Bn to_bn(const Digits& a) {
@@ -82,15 +77,10 @@ class Operands {
     if (a[sig - 1] == 0) a[sig - 1] = 1;
     return a;
   }
-  // Exactly `digits` significant digits, or odd ones.
+  // Exactly `digits` significant digits.
   Digits full(std::size_t digits) {
     Digits a = number(digits);
     if (a.back() == 0) a.back() = digit() | 1;
-    return a;
-  }
-  Digits odd(std::size_t digits) {
-    Digits a = full(digits);
-    a[0] |= 1;
     return a;
   }
   hylorn::MP_DIGIT digit() {
@@ -171,6 +161,26 @@ inline Keys make_keys(unsigned bits, unsigned long e = 65537) {
   std::copy_n(k.priv.publicExponent, 128, k.pub.exponent);
   EXPECT_GT(BN_cmp(bn_of(k.priv.prime[0], 64).get(), bn_of(k.priv.prime[1], 64).get()), 0);
   return k;
+}
+
+// Inputs of the modulus's length for the raw blocks: 0, 2, and x and n - x for x = 1, p, q
+// (residues 0, 1 and -1 modulo a prime), then random numbers below n.
+inline std::vector<Bytes> edge_inputs(const hylorn::RSA_PRIVATE_KEY& k) {
+  const int len = (k.bits + 7) / 8;
+  std::vector<Bytes> all;
+  const auto add = [&](const Bn& v) {
+    all.emplace_back(len);
+    BN_bn2binpad(v.get(), all.back().data(), len);
+  };
+  const Bn n = bn_of(k.modulus, 128), rest = bn_word();
+  add(bn_word(0)), add(bn_word(2));
+  for (const Bn& x : {bn_word(1), bn_of(k.prime[0], 64), bn_of(k.prime[1], 64)}) {
+    BN_sub(rest.get(), n.get(), x.get());
+    add(x), add(rest);
+  }
+  std::mt19937 rng(k.bits);
+  for (int r = 0; r < 4; ++r) all.push_back(random_bytes(rng, len)), all.back()[0] = 0;
+  return all;
 }
 
 // The generator: state = sum of seed digests, output = MD5(state), then the state steps.

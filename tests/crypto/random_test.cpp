@@ -10,9 +10,7 @@
 
 namespace {
 
-using hylorn::RANDOM_STATE;
-using hylorn::u32;
-using hylorn::u8;
+using namespace hylorn;
 using namespace hylorn_test;
 using Block = Block16;
 
@@ -50,16 +48,16 @@ TEST(Random, UpdateAddsWithCarryAndGenerateStepsByItsOwnRule) {
     RANDOM_STATE rs{};
     std::memcpy(rs.state, c.start.data(), 16);
     rs.bytesNeeded = c.needed_before;
-    EXPECT_EQ(hylorn::Random_Update(&rs, c.block.data(), static_cast<u32>(c.block.size())), 0u);
+    EXPECT_EQ(Random_Update(&rs, c.block.data(), static_cast<u32>(c.block.size())), 0u);
     EXPECT_EQ(state_of(rs), add_be128(c.start, md5_block(c.block.data(), c.block.size())));
     u32 reported = 12345;
-    EXPECT_EQ(hylorn::Random_Bytes_Needed(&reported, &rs), 0u);
+    EXPECT_EQ(Random_Bytes_Needed(&reported, &rs), 0u);
     EXPECT_EQ(reported, c.needed_after);
 
     std::memcpy(rs.state, c.start.data(), 16);
     rs.bytesNeeded = 0;
     u8 one = 0;
-    ASSERT_EQ(hylorn::Random_Generate_Bytes(&one, 1, &rs), 0u);
+    ASSERT_EQ(Random_Generate_Bytes(&one, 1, &rs), 0u);
     Block block = md5_block(c.start.data(), 16);
     EXPECT_EQ(one, block[0]);
     EXPECT_EQ(state_of(rs), c.stepped);
@@ -68,68 +66,34 @@ TEST(Random, UpdateAddsWithCarryAndGenerateStepsByItsOwnRule) {
   }
 }
 
-TEST(Random, InitThenNoOutputUntilSeeded) {
+// Init asks for 256 bytes and writes no output until they came; any split of the draws
+// then gives the same stream.
+TEST(Random, InitSeedingAndAnySplitOfTheDraws) {
   RANDOM_STATE rs;
   std::memset(&rs, 0x5A, sizeof rs);
-  EXPECT_EQ(hylorn::Random_Init(&rs), 0u);
+  EXPECT_EQ(Random_Init(&rs), 0u);
   EXPECT_EQ(rs.bytesNeeded, 256u);
   EXPECT_EQ(state_of(rs), bytes(0));
   EXPECT_EQ(rs.outputAvailable, 0u);
   EXPECT_EQ(rs.output[15], 0x5A);
   u8 out[1] = {0xA5}, seed[255] = {};
-  hylorn::Random_Update(&rs, seed, sizeof seed);
-  EXPECT_EQ(hylorn::Random_Generate_Bytes(out, 1, &rs), 1032u);
+  Random_Update(&rs, seed, sizeof seed);
+  EXPECT_EQ(Random_Generate_Bytes(out, 1, &rs), 1032u);
   EXPECT_EQ(out[0], 0xA5);
-  hylorn::Random_Update(&rs, seed, 1);
-  EXPECT_EQ(hylorn::Random_Generate_Bytes(out, 1, &rs), 0u);
-}
+  Random_Update(&rs, seed, 1);
+  EXPECT_EQ(Random_Generate_Bytes(out, 1, &rs), 0u);
 
-TEST(Random, AnySplitOfTheDrawsGivesTheSameStream) {
-  Bytes stream;
-  for (const Block& s : {bytes(0), bytes(1), bytes(1, {0x02})}) {
-    Block b = md5_block(s.data(), 16);
-    stream.insert(stream.end(), b.begin(), b.end());
-  }
-  stream.resize(40);
+  const Bytes stream = ModelGenerator::seeded({}, 0).draw(40);
   const std::vector<std::vector<u32>> splits = {
       {40}, {16, 1, 23}, {16, 16, 8}, {5, 20, 15}, {1, 15, 1, 15, 8}, {0, 40, 0}, {17, 17, 6}};
   for (const auto& split : splits) {
-    RANDOM_STATE rs{};
+    rs = RANDOM_STATE{};
     Bytes got(40, 0);
-    u32 at = 0;
-    for (u32 n : split) {
-      ASSERT_EQ(hylorn::Random_Generate_Bytes(got.data() + at, n, &rs), 0u);
-      at += n;
-    }
+    for (u32 n = 0, at = 0; n < split.size(); at += split[n++])
+      ASSERT_EQ(Random_Generate_Bytes(got.data() + at, split[n], &rs), 0u);
     EXPECT_EQ(got, stream);
     EXPECT_EQ(rs.outputAvailable, 8u);
   }
-}
-
-// The time byte: (seed * 214013 + 2531011) >> 16 & 0x7FFF, low byte.
-TEST(RandomSeed, FromByteAndFromTime) {
-  const std::pair<u32, u8> times[] = {
-      {0, 38},           {1, 41},    {1700000000u, 46}, {0x7FFFFFFFu, 35},
-      {0xFFFFFFFFu, 35}, {50412, 54}};  // low half all ones: one more in the constant carries into
-                                        // the byte
-  for (auto [seconds, byte] : times) EXPECT_EQ(hylorn::seed_byte_from_time(seconds), byte);
-  for (u8 seed : {0x00, 0x26, 0xFF}) {
-    RANDOM_STATE rs;
-    std::memset(&rs, 0x33, sizeof rs);
-    hylorn::Random_Seed_From_Byte(&rs, seed);
-    EXPECT_EQ(rs.bytesNeeded + rs.outputAvailable, 0u);
-    EXPECT_EQ(state_of(rs), ModelGenerator::seeded({seed}, 256).state());
-  }
-  if (hylorn::random_seeds_from_system()) return;
-  RANDOM_STATE a, b;
-  u32 before = static_cast<u32>(std::time(nullptr));
-  hylorn::Random_Seed_From_Time(&a);
-  bool matched = false;
-  for (u32 t = before; t <= static_cast<u32>(std::time(nullptr)); ++t) {
-    hylorn::Random_Seed_From_Byte(&b, hylorn::seed_byte_from_time(t));
-    matched = matched || state_of(a) == state_of(b);
-  }
-  EXPECT_TRUE(matched);
 }
 
 u32 clock_word_now() {
@@ -137,10 +101,22 @@ u32 clock_word_now() {
   return static_cast<u32>(std::time(nullptr)) + static_cast<u32>(ms & 0xFFFFFF);
 }
 
-TEST(RandomSeed, FromClockFeedsLittleEndianClockWords) {
+// The time byte: (seed * 214013 + 2531011) >> 16 & 0x7FFF, low byte. Seeding from the time
+// uses the byte of a second of the call; from the clock, the clock word little-endian.
+TEST(RandomSeed, FromByteTimeAndClock) {
+  // 50412: the low half is all ones, so one more in the constant carries into the byte.
+  const std::pair<u32, u8> times[] = {{0, 38},           {1, 41},           {1700000000u, 46},
+                                      {0x7FFFFFFFu, 35}, {0xFFFFFFFFu, 35}, {50412, 54}};
+  for (auto [seconds, byte] : times) EXPECT_EQ(seed_byte_from_time(seconds), byte);
   RANDOM_STATE rs, other;
-  if (hylorn::random_seeds_from_system()) {
-    for (auto seed : {hylorn::Random_Seed_From_Time, hylorn::Random_Seed_From_Clock}) {
+  for (u8 seed : {0x00, 0x26, 0xFF}) {
+    std::memset(&rs, 0x33, sizeof rs);
+    Random_Seed_From_Byte(&rs, seed);
+    EXPECT_EQ(rs.bytesNeeded + rs.outputAvailable, 0u);
+    EXPECT_EQ(state_of(rs), ModelGenerator::seeded({seed}, 256).state());
+  }
+  if (random_seeds_from_system()) {
+    for (auto seed : {Random_Seed_From_Time, Random_Seed_From_Clock}) {
       seed(&rs);
       seed(&other);
       EXPECT_EQ(rs.bytesNeeded, 0u);
@@ -148,9 +124,17 @@ TEST(RandomSeed, FromClockFeedsLittleEndianClockWords) {
     }
     return;
   }
+  u32 before = static_cast<u32>(std::time(nullptr));
+  Random_Seed_From_Time(&rs);
+  bool matched = false;
+  for (u32 t = before; t <= static_cast<u32>(std::time(nullptr)); ++t) {
+    Random_Seed_From_Byte(&other, seed_byte_from_time(t));
+    matched = matched || state_of(rs) == state_of(other);
+  }
+  EXPECT_TRUE(matched);
   for (int attempt = 0; attempt < 100; ++attempt) {
     u32 w = clock_word_now();
-    hylorn::Random_Seed_From_Clock(&rs);
+    Random_Seed_From_Clock(&rs);
     if (clock_word_now() != w) continue;
     EXPECT_EQ(rs.bytesNeeded, 0u);
     EXPECT_EQ(state_of(rs),
@@ -161,7 +145,7 @@ TEST(RandomSeed, FromClockFeedsLittleEndianClockWords) {
 }
 
 TEST(RandomBytes, LengthRules) {
-  RANDOM_STATE* module = hylorn::module_random_state();
+  RANDOM_STATE* module = module_random_state();
   for (u32 len : {0u, 1u, 15u, 16u, 17u, 255u, 256u, 257u, 4096u}) {
     SCOPED_TRACE(len);
     const u32 written = len >= 1 && len <= 256 ? len : 0;
@@ -175,7 +159,7 @@ TEST(RandomBytes, LengthRules) {
     EXPECT_EQ(std::memcmp(buf.data() + written - used, module->output, used), 0);
     u8 scratch[16];
     module->bytesNeeded = 99;
-    EXPECT_EQ(hylorn::Random_Get_Bytes(buf.data(), len, scratch, 16), 1u);
+    EXPECT_EQ(Random_Get_Bytes(buf.data(), len, scratch, 16), 1u);
     EXPECT_EQ(module->bytesNeeded, 0u);
   }
 }
