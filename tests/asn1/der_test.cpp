@@ -1,6 +1,8 @@
 // The DER primitives and the SEQUENCE / SET lists: every type against OpenSSL at each
 // length-octet boundary, the special rules as known answers, the error entries of each
 // step, truncations, and each allocation failing in turn.
+#include "asn1/der.h"
+
 #include <gtest/gtest.h>
 #include <openssl/asn1.h>
 #include <openssl/bn.h>
@@ -13,7 +15,6 @@
 #include <vector>
 
 #include "asn1/algorithm.h"
-#include "asn1/der.h"
 #include "asn1/der_reader.h"
 #include "asn1/list.h"
 #include "frame/error.h"
@@ -36,11 +37,11 @@ using hylorn::u8;
 
 struct Decoded {
   u32 result = 1;
-  Bytes value;               // contents (BIT STRING: without the unused-bits octet)
-  unsigned extra = 0;        // BIT STRING unused bits, explicit tag number, BOOLEAN value,
-                             // or the oidValue 77 the Object decoder must leave alone
-  std::vector<Bytes> nodes;  // SEQUENCE / SET components; "<list written>" on a failure
-                             // that wrote the caller's list pointer
+  Bytes value;                 // contents (BIT STRING: without the unused-bits octet)
+  unsigned extra = 0;          // BIT STRING unused bits, explicit tag number, BOOLEAN value,
+                               // or the oidValue 77 the Object decoder must leave alone
+  std::vector<Bytes> nodes{};  // SEQUENCE / SET components; "<list written>" on a failure
+                               // that wrote the caller's list pointer
 };
 
 Bytes take(DATA_BUFFER* b) {
@@ -49,40 +50,29 @@ Bytes take(DATA_BUFFER* b) {
   return out;
 }
 
+// The elements of a braced list are evaluated in order: each call before what it wrote.
 template <u32 (*F)(u32, const u8*, DATA_BUFFER*)>
 Decoded contents(u32 total, const u8* der) {
   DATA_BUFFER out{0, nullptr};
-  Decoded d;
-  d.result = F(total, der, &out);
-  d.value = take(&out);
-  return d;
+  return {F(total, der, &out), take(&out)};
 }
 
 Decoded boolean(u32 total, const u8* der) {
   u8 value = 0x55;
-  Decoded d;
-  d.result = hylorn::ASN1_Decode_Boolean(total, der, &value);
-  d.extra = value;
-  return d;
+  return {hylorn::ASN1_Decode_Boolean(total, der, &value), {}, value};
 }
 
 Decoded bit_string(u32 total, const u8* der) {
   hylorn::BIT_DATA_BUFFER out{0, 0, nullptr};
-  Decoded d;
-  d.result = hylorn::ASN1_Decode_Bit_String(total, der, &out);
+  Decoded d{hylorn::ASN1_Decode_Bit_String(total, der, &out), {}, out.unusedBits};
   d.value.assign(out.data, out.data + out.length);
-  d.extra = out.unusedBits;
   hylorn::free_BIT_DATA_BUFFER(&out);
   return d;
 }
 
 Decoded object(u32 total, const u8* der) {
   hylorn::ASN1_OBJECT_ID out{77, {0, nullptr}};
-  Decoded d;
-  d.result = hylorn::ASN1_Decode_Object(total, der, &out);
-  d.value = take(&out.oid);
-  d.extra = out.oidValue;
-  return d;
+  return {hylorn::ASN1_Decode_Object(total, der, &out), take(&out.oid), out.oidValue};
 }
 
 template <bool kByPointer>
@@ -90,12 +80,9 @@ Decoded explicit_tag(u32 total, const u8* der) {
   const DATA_BUFFER in{total, const_cast<u8*>(der)};
   DATA_BUFFER out{0, nullptr};
   u8 tag = 0xEE;
-  Decoded d;
-  d.result = kByPointer ? hylorn::ASN1_Decode_Explicit_Tag_P(&in, &out, &tag)
-                        : hylorn::ASN1_Decode_Explicit_Tag(total, der, &out, &tag);
-  d.value = take(&out);
-  d.extra = tag;
-  return d;
+  return {kByPointer ? hylorn::ASN1_Decode_Explicit_Tag_P(&in, &out, &tag)
+                     : hylorn::ASN1_Decode_Explicit_Tag(total, der, &out, &tag),
+          take(&out), tag};
 }
 
 template <u32 (*F)(u32, const u8*, hylorn::ASN1_SEQUENCE**)>
