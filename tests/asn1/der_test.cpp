@@ -1,8 +1,6 @@
 // The DER primitives and the SEQUENCE / SET lists: every type against OpenSSL at each
 // length-octet boundary, the special rules as known answers, the error entries of each
 // step, truncations, and each allocation failing in turn.
-#include "asn1/der.h"
-
 #include <gtest/gtest.h>
 #include <openssl/asn1.h>
 #include <openssl/bn.h>
@@ -15,6 +13,7 @@
 #include <vector>
 
 #include "asn1/algorithm.h"
+#include "asn1/der.h"
 #include "asn1/der_reader.h"
 #include "asn1/list.h"
 #include "frame/error.h"
@@ -166,22 +165,18 @@ const T& find(const T (&all)[N], std::string_view name) {
     if (name == x.name) return x;
   throw std::invalid_argument("no coder " + std::string(name));
 }
-const Decoder& decoder(std::string_view name) {
-  return find(kDecoders, name);
-}
 
 // Runs the named decoder on a heap copy of der of exactly der.size() bytes, so that any
 // read past the end is caught by AddressSanitizer.
 Decoded decode_exact(std::string_view name, const Bytes& der) {
   std::unique_ptr<u8[]> copy(new u8[der.size()]);
   std::copy(der.begin(), der.end(), copy.get());
-  return decoder(name).run(u32(der.size()), copy.get());
+  return find(kDecoders, name).run(u32(der.size()), copy.get());
 }
 
 std::pair<u32, Bytes> encode(std::string_view name, const Bytes& contents) {
   DATA_BUFFER out{0, nullptr};
-  const u32 result = find(kEncoders, name).run(contents, &out);
-  return {result, take(&out)};
+  return {find(kEncoders, name).run(contents, &out), take(&out)};
 }
 
 // Loads a BMP table whose entry u is { (u >> 8) ^ 0x11, (u & 0xFF) ^ 0x22 }.
@@ -330,7 +325,7 @@ TEST(Decode, Vectors) {
     if (c.value == nullptr) {
       EXPECT_EQ(r.result, 1u);
       EXPECT_TRUE(r.nodes.empty());  // the adapter notes a written list
-      EXPECT_EQ(read_errors(), (Entries{{decoder(c.decoder).func_no, c.err_no, c.msg}}));
+      EXPECT_EQ(read_errors(), (Entries{{find(kDecoders, c.decoder).func_no, c.err_no, c.msg}}));
       continue;
     }
     ASSERT_EQ(r.result, 0u) << ::testing::PrintToString(read_errors());
@@ -381,7 +376,7 @@ TEST(Decode, EachHeaderStepAndEveryTruncation) {
       if (unusual_name == name) s = steps;
     const char* msgs[] = {kL2, s.tag_msg, s.octets_msg, kDL, kDL};
     EXPECT_EQ(decode_exact(name, der).result, 1u) << name << " " << to_hex(der);
-    EXPECT_EQ(read_errors(), (Entries{{decoder(name).func_no, s.err_no[step], msgs[step]}}))
+    EXPECT_EQ(read_errors(), (Entries{{find(kDecoders, name).func_no, s.err_no[step], msgs[step]}}))
         << name << " " << to_hex(der);
   };
   for (const auto& d : kDecoders) {
@@ -419,10 +414,7 @@ TEST(Decode, EachHeaderStepAndEveryTruncation) {
 template <class F>
 std::pair<u32, std::string> freeing(F f) {
   DATA_BUFFER out{0, nullptr};
-  const u32 r = f(&out);
-  const std::string der = to_hex(out.data, out.length);
-  hylorn::free_DATA_BUFFER(&out);
-  return {r, der};
+  return {f(&out), to_hex(take(&out))};
 }
 
 u8 kOctets[] = {0x00, 0x01, 0xFF, 0x05, 0x00, 0x80};
