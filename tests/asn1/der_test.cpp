@@ -1,8 +1,6 @@
 // The DER primitives and the SEQUENCE / SET lists: every type against OpenSSL at each
 // length-octet boundary, the special rules as known answers, the error entries of each
 // step, truncations, and each allocation failing in turn.
-#include "asn1/der.h"
-
 #include <gtest/gtest.h>
 #include <openssl/asn1.h>
 #include <openssl/bn.h>
@@ -15,6 +13,7 @@
 #include <vector>
 
 #include "asn1/algorithm.h"
+#include "asn1/der.h"
 #include "asn1/der_reader.h"
 #include "asn1/list.h"
 #include "frame/error.h"
@@ -37,11 +36,11 @@ using hylorn::u8;
 
 struct Decoded {
   u32 result = 1;
-  Bytes value;               // contents (BIT STRING: without the unused-bits octet)
-  unsigned extra = 0;        // BIT STRING unused bits, explicit tag number, BOOLEAN value,
-                             // or the oidValue 77 the Object decoder must leave alone
-  std::vector<Bytes> nodes;  // SEQUENCE / SET components; "<list written>" on a failure
-                             // that wrote the caller's list pointer
+  Bytes value;                 // contents (BIT STRING: without the unused-bits octet)
+  unsigned extra = 0;          // BIT STRING unused bits, explicit tag number, BOOLEAN value,
+                               // or the oidValue 77 the Object decoder must leave alone
+  std::vector<Bytes> nodes{};  // SEQUENCE / SET components; "<list written>" on a failure
+                               // that wrote the caller's list pointer
 };
 
 Bytes take(DATA_BUFFER* b) {
@@ -50,40 +49,29 @@ Bytes take(DATA_BUFFER* b) {
   return out;
 }
 
+// The elements of a braced list are evaluated in order: each call before what it wrote.
 template <u32 (*F)(u32, const u8*, DATA_BUFFER*)>
 Decoded contents(u32 total, const u8* der) {
   DATA_BUFFER out{0, nullptr};
-  Decoded d;
-  d.result = F(total, der, &out);
-  d.value = take(&out);
-  return d;
+  return {F(total, der, &out), take(&out)};
 }
 
 Decoded boolean(u32 total, const u8* der) {
   u8 value = 0x55;
-  Decoded d;
-  d.result = hylorn::ASN1_Decode_Boolean(total, der, &value);
-  d.extra = value;
-  return d;
+  return {hylorn::ASN1_Decode_Boolean(total, der, &value), {}, value};
 }
 
 Decoded bit_string(u32 total, const u8* der) {
   hylorn::BIT_DATA_BUFFER out{0, 0, nullptr};
-  Decoded d;
-  d.result = hylorn::ASN1_Decode_Bit_String(total, der, &out);
+  Decoded d{hylorn::ASN1_Decode_Bit_String(total, der, &out), {}, out.unusedBits};
   d.value.assign(out.data, out.data + out.length);
-  d.extra = out.unusedBits;
   hylorn::free_BIT_DATA_BUFFER(&out);
   return d;
 }
 
 Decoded object(u32 total, const u8* der) {
   hylorn::ASN1_OBJECT_ID out{77, {0, nullptr}};
-  Decoded d;
-  d.result = hylorn::ASN1_Decode_Object(total, der, &out);
-  d.value = take(&out.oid);
-  d.extra = out.oidValue;
-  return d;
+  return {hylorn::ASN1_Decode_Object(total, der, &out), take(&out.oid), out.oidValue};
 }
 
 template <bool kByPointer>
@@ -91,12 +79,9 @@ Decoded explicit_tag(u32 total, const u8* der) {
   const DATA_BUFFER in{total, const_cast<u8*>(der)};
   DATA_BUFFER out{0, nullptr};
   u8 tag = 0xEE;
-  Decoded d;
-  d.result = kByPointer ? hylorn::ASN1_Decode_Explicit_Tag_P(&in, &out, &tag)
-                        : hylorn::ASN1_Decode_Explicit_Tag(total, der, &out, &tag);
-  d.value = take(&out);
-  d.extra = tag;
-  return d;
+  return {kByPointer ? hylorn::ASN1_Decode_Explicit_Tag_P(&in, &out, &tag)
+                     : hylorn::ASN1_Decode_Explicit_Tag(total, der, &out, &tag),
+          take(&out), tag};
 }
 
 template <u32 (*F)(u32, const u8*, hylorn::ASN1_SEQUENCE**)>
@@ -147,44 +132,32 @@ DATA_BUFFER view(const Bytes& c) {
   return DATA_BUFFER{u32(c.size()), const_cast<u8*>(c.data())};
 }
 
-template <u32 (*F)(DATA_BUFFER, DATA_BUFFER*)>
-u32 plain(const Bytes& c, DATA_BUFFER* out) {
-  return F(view(c), out);
-}
-
-// The encoders that take a contents buffer (BIT STRING with 0 unused bits, explicit tags
-// with tag number 3).
+// The encoders that take a contents buffer c (BIT STRING with 0 unused bits, explicit tags
+// with tag number 3), writing to o.
 struct Encoder {
   const char* name;
   int func_no;
-  u32 (*run)(const Bytes& contents, DATA_BUFFER* out);
+  u32 (*run)(const Bytes& c, DATA_BUFFER* o);
 };
 
+#define ENCODE(call) [](const Bytes& c, DATA_BUFFER* o) { return hylorn::call; }
 const Encoder kEncoders[] = {
-    {"Integer", 111, plain<hylorn::ASN1_Encode_Integer>},
-    {"BitString", 105,
-     [](const Bytes& c, DATA_BUFFER* out) {
-       return hylorn::ASN1_Encode_Bit_String({u32(c.size()), 0, const_cast<u8*>(c.data())}, out);
-     }},
-    {"Object", 103,
-     [](const Bytes& c, DATA_BUFFER* out) {
-       return hylorn::ASN1_Encode_Object({0, view(c)}, out);
-     }},
-    {"OctetString", 119, plain<hylorn::ASN1_Encode_Octet_String>},
-    {"PrintableString", 115, plain<hylorn::ASN1_Encode_PrintableString>},
-    {"IA5String", 117, plain<hylorn::ASN1_Encode_IA5String>},
-    {"UTCTime", 121, plain<hylorn::ASN1_Encode_UTCTime>},
-    {"GeneralizedTime", 123, plain<hylorn::ASN1_Encode_GeneralizedTime>},
-    {"ExplicitTag", 125,
-     [](const Bytes& c, DATA_BUFFER* out) {
-       return hylorn::ASN1_Encode_Explicit_Tag(view(c), 3, out);
-     }},
+    {"Integer", 111, ENCODE(ASN1_Encode_Integer(view(c), o))},
+    {"BitString", 105, ENCODE(ASN1_Encode_Bit_String({u32(c.size()), 0, view(c).data}, o))},
+    {"Object", 103, ENCODE(ASN1_Encode_Object({0, view(c)}, o))},
+    {"OctetString", 119, ENCODE(ASN1_Encode_Octet_String(view(c), o))},
+    {"PrintableString", 115, ENCODE(ASN1_Encode_PrintableString(view(c), o))},
+    {"IA5String", 117, ENCODE(ASN1_Encode_IA5String(view(c), o))},
+    {"UTCTime", 121, ENCODE(ASN1_Encode_UTCTime(view(c), o))},
+    {"GeneralizedTime", 123, ENCODE(ASN1_Encode_GeneralizedTime(view(c), o))},
+    {"ExplicitTag", 125, ENCODE(ASN1_Encode_Explicit_Tag(view(c), 3, o))},
     {"ExplicitTagP", 222,
-     [](const Bytes& c, DATA_BUFFER* out) {
+     [](const Bytes& c, DATA_BUFFER* o) {
        const DATA_BUFFER in = view(c);
-       return hylorn::ASN1_Encode_Explicit_Tag_P(&in, 3, out);
+       return hylorn::ASN1_Encode_Explicit_Tag_P(&in, 3, o);
      }},
 };
+#undef ENCODE
 
 template <class T, std::size_t N>
 const T& find(const T (&all)[N], std::string_view name) {
@@ -192,22 +165,18 @@ const T& find(const T (&all)[N], std::string_view name) {
     if (name == x.name) return x;
   throw std::invalid_argument("no coder " + std::string(name));
 }
-const Decoder& decoder(std::string_view name) {
-  return find(kDecoders, name);
-}
 
 // Runs the named decoder on a heap copy of der of exactly der.size() bytes, so that any
 // read past the end is caught by AddressSanitizer.
 Decoded decode_exact(std::string_view name, const Bytes& der) {
   std::unique_ptr<u8[]> copy(new u8[der.size()]);
   std::copy(der.begin(), der.end(), copy.get());
-  return decoder(name).run(u32(der.size()), copy.get());
+  return find(kDecoders, name).run(u32(der.size()), copy.get());
 }
 
 std::pair<u32, Bytes> encode(std::string_view name, const Bytes& contents) {
   DATA_BUFFER out{0, nullptr};
-  const u32 result = find(kEncoders, name).run(contents, &out);
-  return {result, take(&out)};
+  return {find(kEncoders, name).run(contents, &out), take(&out)};
 }
 
 // Loads a BMP table whose entry u is { (u >> 8) ^ 0x11, (u & 0xFF) ^ 0x22 }.
@@ -276,18 +245,14 @@ TEST(Primitives, MatchOpenSslAtEveryLengthBoundary) {
   }
 }
 
-// Guards the 3- and 4-octet lengths, which no element above reaches.
-TEST(Primitives, LongLengthOctetsWrittenAndReadBack) {
+// Guards the 3- and 4-octet lengths written, which no element above reaches (the decoder
+// samples and vectors read them).
+TEST(Primitives, LongLengthOctetsWritten) {
   for (auto [n, octets] : {std::pair{16777215u, "83 ff ff ff"},
                            {16777216u, "84 01 00 00 00"},
                            {0xFFFFFFFFu, "84 ff ff ff ff"}}) {
     u8 buf[8] = {};
-    const u8* end = hylorn::write_length_octets(buf + 1, n);
-    EXPECT_EQ(Bytes(&buf[1], &buf[end - buf]), from_hex(octets)) << n;
-    hylorn::DerHeader h{};
-    ASSERT_EQ(hylorn::read_length_octets(u32(end - buf), buf, &h), hylorn::DerLength::kOk);
-    EXPECT_EQ(h.length, n);
-    EXPECT_EQ(h.header_size, u32(end - buf));
+    EXPECT_EQ(Bytes(buf, hylorn::write_length_octets(buf, n)), from_hex(octets)) << n;
   }
 }
 
@@ -360,7 +325,7 @@ TEST(Decode, Vectors) {
     if (c.value == nullptr) {
       EXPECT_EQ(r.result, 1u);
       EXPECT_TRUE(r.nodes.empty());  // the adapter notes a written list
-      EXPECT_EQ(read_errors(), (Entries{{decoder(c.decoder).func_no, c.err_no, c.msg}}));
+      EXPECT_EQ(read_errors(), (Entries{{find(kDecoders, c.decoder).func_no, c.err_no, c.msg}}));
       continue;
     }
     ASSERT_EQ(r.result, 0u) << ::testing::PrintToString(read_errors());
@@ -411,7 +376,7 @@ TEST(Decode, EachHeaderStepAndEveryTruncation) {
       if (unusual_name == name) s = steps;
     const char* msgs[] = {kL2, s.tag_msg, s.octets_msg, kDL, kDL};
     EXPECT_EQ(decode_exact(name, der).result, 1u) << name << " " << to_hex(der);
-    EXPECT_EQ(read_errors(), (Entries{{decoder(name).func_no, s.err_no[step], msgs[step]}}))
+    EXPECT_EQ(read_errors(), (Entries{{find(kDecoders, name).func_no, s.err_no[step], msgs[step]}}))
         << name << " " << to_hex(der);
   };
   for (const auto& d : kDecoders) {
@@ -449,65 +414,52 @@ TEST(Decode, EachHeaderStepAndEveryTruncation) {
 template <class F>
 std::pair<u32, std::string> freeing(F f) {
   DATA_BUFFER out{0, nullptr};
-  const u32 r = f(&out);
-  const std::string der = to_hex(out.data, out.length);
-  hylorn::free_DATA_BUFFER(&out);
-  return {r, der};
+  return {f(&out), to_hex(take(&out))};
 }
 
-// Guards the INTEGER sign octet (never doubled, leading zeros kept), the BOOLEAN octets,
-// BIT STRING unused bits and the explicit tag number.
-TEST(Encode, SpecialContents) {
-  for (auto [contents, der] :
-       {std::pair{"00 80", "02 02 00 80"}, {"00 01", "02 02 00 01"}, {"00", "02 01 00"}})
-    EXPECT_EQ(encode("Integer", from_hex(contents)), std::pair(0u, from_hex(der)));
-  for (auto [value, der] : {std::pair{0, "010100"}, {1, "0101ff"}, {0x05, "0101ff"}})
-    EXPECT_EQ(
-        freeing([v = value](DATA_BUFFER* o) { return hylorn::ASN1_Encode_Boolean(u8(v), o); }),
-        std::pair(0u, std::string(der)));
-  u8 bits[] = {0xFF, 0x05, 0x00};
-  EXPECT_EQ(freeing([&](DATA_BUFFER* o) {
-              return hylorn::ASN1_Encode_Bit_String({1, 3, bits}, o);
-            }),
-            std::pair(0u, std::string("030203ff")));
-  EXPECT_EQ(freeing([&](DATA_BUFFER* o) {
-              return hylorn::ASN1_Encode_Bit_String({1, 8, bits}, o);
-            }),
-            std::pair(1u, std::string()));
-  EXPECT_EQ(read_errors(), (Entries{{105, 3, "unusedBits"}}));
-  for (u8 tag : {0, 1, 30})
-    EXPECT_EQ(freeing([&](DATA_BUFFER* o) {
-                return hylorn::ASN1_Encode_Explicit_Tag({2, bits + 1}, tag, o);
-              }),
-              std::pair(0u, to_hex(Bytes{u8(0xA0 | tag), 2, 5, 0})));
-}
+u8 kOctets[] = {0x00, 0x01, 0xFF, 0x05, 0x00, 0x80};
+u8* const kLast = kOctets + 5;  // anything read beyond it shows under AddressSanitizer
+ASN1_SEQUENCE kSecond{nullptr, {0x80000000u, kLast}}, kFirst{&kSecond, {0x80000000u, kLast}};
+const ASN1_SEQUENCE kOne{nullptr, {2, kOctets + 3}};  // 05 00
+#define CALL(call) [](DATA_BUFFER* o) { return hylorn::call; }
 
-// Guards the refusal of empty contents, and of elements and lists past 2^32 - 1 bytes
-// before anything is read beyond the first byte.
-TEST(Encode, RefusesEmptyAndOverlongContents) {
+// One call of an encoder: the element it writes, or the one entry it is refused with and
+// nothing written. Guards the INTEGER sign octet (never doubled, leading zeros kept), the
+// BOOLEAN octets, BIT STRING unused bits, the explicit tag number; the refusal of empty
+// contents, and of elements and lists past 2^32 - 1 bytes before anything is read beyond
+// the first byte: the largest element that fits has 2^32 - 7 contents octets, each call
+// below is one over, and lists sum their values in 64 bits.
+TEST(Encode, SpecialContentsAndRefusals) {
+  const char *const kTooLong = "data too length", *const kEmpty = "data length equal zero";
+  const std::tuple<u32 (*)(DATA_BUFFER*), const char*, ErrEntry> rows[] = {
+      {CALL(ASN1_Encode_Integer({2, kOctets + 4}, o)), "02 02 00 80", {}},
+      {CALL(ASN1_Encode_Integer({2, kOctets}, o)), "02 02 00 01", {}},
+      {CALL(ASN1_Encode_Integer({1, kOctets}, o)), "02 01 00", {}},
+      {CALL(ASN1_Encode_Boolean(0, o)), "01 01 00", {}},
+      {CALL(ASN1_Encode_Boolean(1, o)), "01 01 ff", {}},
+      {CALL(ASN1_Encode_Boolean(5, o)), "01 01 ff", {}},
+      {CALL(ASN1_Encode_Bit_String({1, 3, kOctets + 2}, o)), "03 02 03 ff", {}},
+      {CALL(ASN1_Encode_Bit_String({1, 8, kOctets + 2}, o)), nullptr, {105, 3, "unusedBits"}},
+      {CALL(ASN1_Encode_Explicit_Tag({2, kOctets + 3}, 0, o)), "a0 02 05 00", {}},
+      {CALL(ASN1_Encode_Explicit_Tag({2, kOctets + 3}, 1, o)), "a1 02 05 00", {}},
+      {CALL(ASN1_Encode_Explicit_Tag({2, kOctets + 3}, 30, o)), "be 02 05 00", {}},
+      {CALL(ASN1_Encode_Explicit_Tag_P(nullptr, 1, o)), nullptr, {222, 1, kEmpty}},
+      {CALL(ASN1_Encode_Octet_String({0xFFFFFFFAu, kLast}, o)), nullptr, {119, 2, kTooLong}},
+      {CALL(ASN1_Encode_Integer({0xFFFFFFF9u, kLast}, o)), nullptr, {111, 2, kTooLong}},  // its 00
+      {CALL(ASN1_Encode_Bit_String({0xFFFFFFF9u, 9, kLast}, o)), nullptr, {105, 2, kTooLong}},
+      {CALL(ASN1_Encode_Sequence(&kFirst, o)), nullptr, {107, 2, kTooLong}},
+      {CALL(ASN1_Encode_Set(&kFirst, o)), nullptr, {109, 2, kTooLong}}};
+  for (const auto& [call, der, refusal] : rows) {
+    std::string want = der != nullptr ? der : "";
+    std::erase(want, ' ');
+    EXPECT_EQ(freeing(call), std::pair(der != nullptr ? 0u : 1u, want)) << want;
+    EXPECT_TRUE(der != nullptr || read_errors() == Entries{refusal}) << error_text();
+  }
   for (const auto& e : kEncoders) {
     EXPECT_EQ(encode(e.name, {}).first, 1u) << e.name;
-    EXPECT_EQ(read_errors(), (Entries{{e.func_no, 1, "data length equal zero"}})) << e.name;
+    EXPECT_EQ(read_errors(), (Entries{{e.func_no, 1, kEmpty}})) << e.name;
   }
-  DATA_BUFFER out{0, nullptr};
-  EXPECT_EQ(hylorn::ASN1_Encode_Explicit_Tag_P(nullptr, 1, &out), 1u);
-  EXPECT_EQ(read_errors(), (Entries{{222, 1, "data length equal zero"}}));
-  // The largest element that fits has 2^32 - 7 contents octets; each call is one over.
   EXPECT_EQ(hylorn::der_element_size(0xFFFFFFF9u), 0xFFFFFFFFu);
-  u8 byte = 0x80;
-  EXPECT_EQ(hylorn::ASN1_Encode_Octet_String({0xFFFFFFFAu, &byte}, &out), 1u);
-  EXPECT_EQ(read_errors(), (Entries{{119, 2, "data too length"}}));
-  EXPECT_EQ(hylorn::ASN1_Encode_Integer({0xFFFFFFF9u, &byte}, &out), 1u);  // with its 00
-  EXPECT_EQ(read_errors(), (Entries{{111, 2, "data too length"}}));
-  EXPECT_EQ(hylorn::ASN1_Encode_Bit_String({0xFFFFFFF9u, 9, &byte}, &out), 1u);  // before bits
-  EXPECT_EQ(read_errors(), (Entries{{105, 2, "data too length"}}));
-  // Lists sum their values in 64 bits: two adding up past 2^32 are refused.
-  ASN1_SEQUENCE second{nullptr, {0x80000000u, &byte}}, first{&second, {0x80000000u, &byte}};
-  EXPECT_EQ(hylorn::ASN1_Encode_Sequence(&first, &out), 1u);
-  EXPECT_EQ(read_errors(), (Entries{{107, 2, "data too length"}}));
-  EXPECT_EQ(hylorn::ASN1_Encode_Set(&first, &out), 1u);
-  EXPECT_EQ(read_errors(), (Entries{{109, 2, "data too length"}}));
-  EXPECT_EQ(out.data, nullptr);
 }
 
 // Guards the list header over the summed values at each length boundary, the list order
@@ -540,9 +492,11 @@ TEST(ListEncode, SameHeaderAsOpenSslAtEveryLengthBoundary) {
 
 // Each malloc of each allocating function fails in turn: the function answers 1 with the
 // entries below and leaves nothing allocated (the sanitizer build checks for leaks).
-// Guards the "memory" entry of every primitive coder; the list decoders allocate a node
-// and a value per component, and report the head node differently from later ones.
-TEST(AllocFailure, Coders) {
+// Guards the "memory" entry of every coder (an empty list reports 1, a non-empty one 3);
+// the list decoders allocate a node and a value per component, and report the head node
+// differently from later ones; the node records keep the caller's list; the OID copy
+// inside the look-up and inside u2l_signature, which must leave the record empty.
+TEST(AllocFailure, EveryAllocatingFunction) {
   load_test_bmp_table();
   for (const auto& e : kEncoders) {
     SCOPED_TRACE(e.name);
@@ -564,28 +518,16 @@ TEST(AllocFailure, Coders) {
     expect_each_malloc_failure([&d] { return decode_exact(d.name, from_hex(d.sample)).result; },
                                expected);
   }
-}
-
-// Guards the other allocating functions: BOOLEAN and list encoders (the empty list
-// reports 1, a non-empty one 3), the node records, which keep the caller's list, and
-// the OID copy inside the look-up and inside u2l_signature, which must leave the record
-// empty on failure.
-TEST(AllocFailure, BooleanListsNodesAndLookups) {
-  expect_each_malloc_failure(
-      [] {
-        return freeing([](DATA_BUFFER* o) { return hylorn::ASN1_Encode_Boolean(1, o); }).first;
-      },
-      {{{113, 1, "memory"}}});
-  u8 element[] = {0x05, 0x00};
-  const ASN1_SEQUENCE one{nullptr, {2, element}};
-  for (auto [encoder, make, fn] :
-       {std::tuple{&hylorn::ASN1_Encode_Sequence, &hylorn::new_ASN1_SEQUENCE, 107},
-        {&hylorn::ASN1_Encode_Set, &hylorn::new_ASN1_SET, 109}}) {
-    for (const ASN1_SEQUENCE* list : {&one, static_cast<const ASN1_SEQUENCE*>(nullptr)}) {
-      expect_each_malloc_failure(
-          [e = encoder, list] { return freeing([&](DATA_BUFFER* o) { return e(list, o); }).first; },
-          {{{fn, list ? 3 : 1, "memory"}}});
-    }
+  const std::pair<u32 (*)(DATA_BUFFER*), ErrEntry> encoders[] = {
+      {CALL(ASN1_Encode_Boolean(1, o)), {113, 1, "memory"}},
+      {CALL(ASN1_Encode_Sequence(&kOne, o)), {107, 3, "memory"}},
+      {CALL(ASN1_Encode_Sequence(nullptr, o)), {107, 1, "memory"}},
+      {CALL(ASN1_Encode_Set(&kOne, o)), {109, 3, "memory"}},
+      {CALL(ASN1_Encode_Set(nullptr, o)), {109, 1, "memory"}}};
+  for (const auto& [call, entry] : encoders)
+    expect_each_malloc_failure([call = call] { return freeing(call).first; }, {{entry}});
+  for (auto [make, fn] :
+       {std::pair{&hylorn::new_ASN1_SEQUENCE, 138}, {&hylorn::new_ASN1_SET, 141}}) {
     expect_each_malloc_failure(
         [make = make] {
           ASN1_SEQUENCE* n = nullptr;
@@ -593,7 +535,7 @@ TEST(AllocFailure, BooleanListsNodesAndLookups) {
           hylorn::free_ASN1_SEQUENCE(n);
           return r;
         },
-        {{kEarlierEntry, {fn == 107 ? 138 : 141, 1, "malloc"}}});
+        {{kEarlierEntry, {fn, 1, "malloc"}}});
   }
   const ErrEntry copy{132, 1, "malloc"}, find{101, 2, "copy DATA_BUFFER"};
   expect_each_malloc_failure(
@@ -619,5 +561,7 @@ TEST(AllocFailure, BooleanListsNodesAndLookups) {
       },
       {{copy, find, {303, 2, "ASN1_Find_Object_ID"}}, {{303, 3, "malloc"}}});
 }
+
+#undef CALL
 
 }  // namespace
