@@ -4,14 +4,6 @@
 
 namespace x509_test {
 
-namespace {
-
-int policy_length(const Policy& p) {
-  return p.length ? *p.length : int(p.oid.size());
-}
-
-}  // namespace
-
 unsigned encode_cert(const CertInput& in, Bytes* out) {
   Bytes der(HYLORN_CERT_DER_SIZE);
   unsigned derLen = 0;
@@ -21,9 +13,9 @@ unsigned encode_cert(const CertInput& in, Bytes* out) {
       int(in.params.size()), IN_SLOTS(in.issuer), in.notBefore.c_str(), in.notAfter.c_str(),
       IN_SLOTS(in.subject), in.pubKey.data(), (unsigned short)(in.pubKey.size()), nullptr, 0,
       nullptr, 0, in.extFlags, in.critFlags, IN_SLOTS(in.akiIssuer), in.akiSerial.data(),
-      int(in.akiSerial.size()), p[0].oid.data(), policy_length(p[0]), p[0].qualifier.c_str(),
-      p[1].oid.data(), policy_length(p[1]), p[1].qualifier.c_str(), p[2].oid.data(),
-      policy_length(p[2]), p[2].qualifier.c_str(), p[3].oid.data(), policy_length(p[3]),
+      int(in.akiSerial.size()), p[0].oid.data(), p[0].length_arg(), p[0].qualifier.c_str(),
+      p[1].oid.data(), p[1].length_arg(), p[1].qualifier.c_str(), p[2].oid.data(),
+      p[2].length_arg(), p[2].qualifier.c_str(), p[3].oid.data(), p[3].length_arg(),
       p[3].qualifier.c_str(), in.pkupNotBefore.c_str(), in.pkupNotAfter.c_str(), in.cA, in.pathLen,
       in.keyUsage, in.nsCertType, in.setCertType, in.hashedRootKey.data(),
       unsigned(in.hashedRootKey.size()), 0, nullptr, 0, in.keyName.c_str(), "", der.data(),

@@ -30,6 +30,7 @@ struct Policy {
   Bytes oid;                  // content octets
   std::string qualifier;      // CPS text, empty for none
   std::optional<int> length;  // the length argument, when not the size of oid
+  int length_arg() const { return length ? *length : int(oid.size()); }
   bool operator==(const Policy&) const = default;
 };
 
@@ -58,35 +59,21 @@ struct CertInput {
   bool operator==(const CertInput&) const = default;
 };
 
+// Every output of Crypt_Decode_Cert: numbers and lengths, octet fields, then texts.
 struct CertOutput {
-  unsigned version, serialLen, sigAlg, paramsLen;
-  u8 serial[HYLORN_SERIAL_SIZE];
-  u8 params[HYLORN_PARAMS_SIZE];
-  char issuer[16][HYLORN_NAME_SIZE];
-  char notBefore[HYLORN_TIME_SIZE], notAfter[HYLORN_TIME_SIZE];
-  char subject[16][HYLORN_NAME_SIZE];
-  u8 pubKey[HYLORN_PUBKEY_SIZE];
-  unsigned pubKeyLen;
-  u8 issuerUID[HYLORN_SERIAL_SIZE], subjectUID[HYLORN_SERIAL_SIZE];
-  unsigned issuerUIDLen, subjectUIDLen;
-  u8 signature[HYLORN_RSA_BLOCK_SIZE];
-  unsigned signatureLen;
-  unsigned extFlags, critFlags;
-  char akiIssuer[16][HYLORN_NAME_SIZE];
-  u8 akiSerial[HYLORN_SERIAL_SIZE];
-  unsigned akiSerialLen;
-  u8 policyOid[4][HYLORN_POLICY_OID_SIZE];
-  unsigned policyOidLen[4];
-  char policyQualifier[4][HYLORN_POLICY_QUALIFIER_SIZE];
-  char pkupNotBefore[HYLORN_TIME_SIZE], pkupNotAfter[HYLORN_TIME_SIZE];
+  unsigned version, serialLen, sigAlg, paramsLen, pubKeyLen, issuerUIDLen, subjectUIDLen;
+  unsigned signatureLen, extFlags, critFlags, akiSerialLen, policyOidLen[4], policyCount;
+  unsigned keyUsage, nsCertType, setCertType, hashedRootKeyLen, subjectKeyIdLen;
   u8 cA;
   int pathLen;
-  unsigned keyUsage, nsCertType, setCertType;
-  u8 hashedRootKey[HYLORN_HASHED_ROOT_KEY_SIZE];
-  unsigned hashedRootKeyLen;
-  unsigned policyCount;
-  u8 subjectKeyId[HYLORN_SUBJECT_KEY_ID_SIZE];
-  unsigned subjectKeyIdLen;
+  u8 serial[HYLORN_SERIAL_SIZE], params[HYLORN_PARAMS_SIZE], pubKey[HYLORN_PUBKEY_SIZE];
+  u8 issuerUID[HYLORN_SERIAL_SIZE], subjectUID[HYLORN_SERIAL_SIZE], akiSerial[HYLORN_SERIAL_SIZE];
+  u8 signature[HYLORN_RSA_BLOCK_SIZE], policyOid[4][HYLORN_POLICY_OID_SIZE];
+  u8 hashedRootKey[HYLORN_HASHED_ROOT_KEY_SIZE], subjectKeyId[HYLORN_SUBJECT_KEY_ID_SIZE];
+  char issuer[16][HYLORN_NAME_SIZE], subject[16][HYLORN_NAME_SIZE];
+  char akiIssuer[16][HYLORN_NAME_SIZE], policyQualifier[4][HYLORN_POLICY_QUALIFIER_SIZE];
+  char notBefore[HYLORN_TIME_SIZE], notAfter[HYLORN_TIME_SIZE];
+  char pkupNotBefore[HYLORN_TIME_SIZE], pkupNotAfter[HYLORN_TIME_SIZE];
 };
 
 // The certificate, or the result when it is not 0 (out then stays empty).
