@@ -87,8 +87,14 @@ TEST_P(MpBySize, ElementaryOperationsAndCodingMatchBn) {
 
 TEST_P(MpBySize, DivModGcdAndInverseMatchBn) {
   for (int r = 0; r < 60; ++r) {
-    std::size_t cDigits = 1 + ops_.below(2 * n32());
+    // Round 0 at 8 digits: a quotient digit guessed one too high needs the add-back step.
+    const bool add_back = r == 0 && n() == 8;
+    std::size_t cDigits = add_back ? 8 : 1 + ops_.below(2 * n32());
     Digits c = ops_.number(cDigits), d = ops_.number(n()), q(cDigits, 0xAA), rem(n(), 0xAA), m(n());
+    if (add_back) {
+      c = {2, 0, 0, 0x80000000u, 0xFFFFFFFFu, 0xFFFFFFFFu, 0xFFFFFFFFu, 0x7FFFFFFFu};
+      d = {0xFFFFFFFFu, 0xFFFFFFFFu, 0, 0x80000000u, 0, 0x80000000u, 0, 0};
+    }
     Bn bq = bn_word(), br = bn_word();
     BN_div(bq.get(), br.get(), to_bn(c).get(), to_bn(d).get(), ctx_.get());
     MP_Div(q.data(), rem.data(), c.data(), u32_of(cDigits), d.data(), n32());
@@ -145,8 +151,7 @@ TEST_P(MpBySize, ModExpMatchesBnOnEveryPath) {
   for (int r = 0; r < 2; ++r) check(r, false);
 }
 
-// Zero lengths and shift limits; division by zero writes nothing; the add-back step of
-// division; exponent corners.
+// Zero lengths and shift limits; division by zero writes nothing; exponent corners.
 TEST(MpEdge, ZeroLengthsShiftLimitsDivisionAndExponentCorners) {
   Digits a = {1, 2}, b = {3, 4};
   EXPECT_EQ(MP_Cmp(a.data(), b.data(), 0), 0);
@@ -164,14 +169,6 @@ TEST(MpEdge, ZeroLengthsShiftLimitsDivisionAndExponentCorners) {
   MP_Mod(r.data(), c.data(), 2, zero.data(), 2);
   EXPECT_EQ(q, (Digits{0xAB, 0xCD}));
   EXPECT_EQ(r, (Digits{0xEF, 0x12}));
-  c = {2, 0, 0, 0x80000000u, 0xFFFFFFFFu, 0xFFFFFFFFu, 0xFFFFFFFFu, 0x7FFFFFFFu};
-  Digits d = {0xFFFFFFFFu, 0xFFFFFFFFu, 0, 0x80000000u, 0, 0x80000000u, 0, 0};
-  q.assign(8, 0), r.assign(8, 0);
-  MP_Div(q.data(), r.data(), c.data(), 8, d.data(), 8);
-  Bn bq = bn_word(), br = bn_word();
-  BN_div(bq.get(), br.get(), to_bn(c).get(), to_bn(d).get(), BnCtx(BN_CTX_new()).get());
-  EXPECT_EQ(q, from_bn(bq.get(), 8));
-  EXPECT_EQ(r, from_bn(br.get(), 8));
 
   const struct {
     Digits b, c, d, want;

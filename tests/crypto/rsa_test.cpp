@@ -51,7 +51,6 @@ TEST(RsaPkcs1, OpenSslReadsOurBlocksAndWeReadThemBack) {
     }
     block.push_back(0x00), block.insert(block.end(), data.begin(), data.end());
     EXPECT_EQ(to_hex(openssl_decrypt(pkey, out, RSA_NO_PADDING)), to_hex(block));
-    EXPECT_EQ(openssl_decrypt(pkey, out), data);
     ASSERT_EQ(RSA_Private_Decrypt(back.data(), &back_len, out.data(), out_len, &k.priv),
               n == 0 ? kErrData : 0u);
     EXPECT_EQ(opened(), n == 0 ? Bytes{} : data);

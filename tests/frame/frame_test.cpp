@@ -135,21 +135,20 @@ TEST(Pem, ScansLooselyAndReadsOnlyPemLen) {
 }
 
 TEST(Pem, RefusalsWithAnEmptyList) {
-  char out[64];
+  char out[64] = {'#'};
   unsigned char der[16] = {};
   unsigned len = 99;
+  // A refusal leaves both alone; the markers are set again for the next call.
   const auto untouched = [&](unsigned result) {
     EXPECT_TRUE(result == 0 || (len == 99 && out[0] == '#'));
+    len = 99, out[0] = '#';
     return result;
   };
-  out[0] = '#';
   hylorn::Crypt_Put_Err(1, 1, "left by an earlier call");
   EXPECT_EQ(untouched(PEM2DER_data_format("Zm9v", -1, der, &len)), 1u);
   EXPECT_TRUE(read_errors().empty());
   expect_each_malloc_failure(
       [&] { return untouched(DER2PEM_data_format(der, 3, out, &len, "H", "F")); }, {{}});
-  len = 99;
-  out[0] = '#';
   expect_each_malloc_failure([&] { return untouched(PEM2DER_data_format("Zm9v", 4, der, &len)); },
                              {{}});
 }
