@@ -1,6 +1,8 @@
 // The DER primitives and the SEQUENCE / SET lists: every type against OpenSSL at each
 // length-octet boundary, the special rules as known answers, the error entries of each
 // step, truncations, and each allocation failing in turn.
+#include "asn1/der.h"
+
 #include <gtest/gtest.h>
 #include <openssl/asn1.h>
 #include <openssl/bn.h>
@@ -13,7 +15,6 @@
 #include <vector>
 
 #include "asn1/algorithm.h"
-#include "asn1/der.h"
 #include "asn1/der_reader.h"
 #include "asn1/list.h"
 #include "frame/error.h"
