@@ -52,12 +52,11 @@ struct PairOut {
   unsigned generate(const std::string& name) {
     return Crypt_GenRSAKeyPair(name.c_str(), 0, pub.data(), &pubLen, pri.data(), &priLen);
   }
-  Bytes pub_der() const {
-    return Bytes(pub.begin(), pub.begin() + std::min<std::size_t>(pubLen, pub.size()));
+  static Bytes head(const Bytes& b, unsigned n) {
+    return Bytes(b.begin(), b.begin() + std::min<std::size_t>(n, b.size()));
   }
-  Bytes pri_der() const {
-    return Bytes(pri.begin(), pri.begin() + std::min<std::size_t>(priLen, pri.size()));
-  }
+  Bytes pub_der() const { return head(pub, pubLen); }
+  Bytes pri_der() const { return head(pri, priLen); }
   // Both halves load in OpenSSL and belong together.
   bool halves_match() const {
     const EvpKey a = load_private_der(pri_der()), b = load_public_der(pub_der());
@@ -205,12 +204,7 @@ std::string public_with(const Bytes& modulus) {
 }
 
 TEST(KeyShapes, AcceptedOrRefused) {
-  const struct {
-    bool priv;
-    std::string der;
-    int result;
-    u32 bits;
-  } cases[] = {
+  const std::tuple<bool, std::string, int, u32> cases[] = {
       {true, kPrivate, 0, 1024},
       {true, "30 1b 02 01 07 " + kSeven + "02 01 09", 0, 1024},  // any version number
       {true, "30 1b 04 01 ff " + kSeven + "02 01 09", 0, 1024},  // version not even an INTEGER
@@ -228,11 +222,11 @@ TEST(KeyShapes, AcceptedOrRefused) {
       {false, public_with(number(65, true)), 0, 1024},
       {false, public_with(number(128, true)), 0, 1024},
   };
-  for (const auto& c : cases) {
+  for (const auto& [priv, der, result, bits] : cases) {
     Info info;
-    EXPECT_EQ(info.read(c.priv, from_hex(c.der)), c.result) << c.der;
-    EXPECT_EQ(info.bits, c.bits) << c.der;
-    EXPECT_EQ(info.read(c.priv, from_hex(c.der), -1), -1) << c.der;
+    EXPECT_EQ(info.read(priv, from_hex(der)), result) << der;
+    EXPECT_EQ(info.bits, bits) << der;
+    EXPECT_EQ(info.read(priv, from_hex(der), -1), -1) << der;
   }
 }
 
@@ -453,33 +447,29 @@ unsigned verify(int alg, const Bytes& pub, const Bytes& data, const Bytes& sig) 
 // Ours and OpenSSL's signatures are the same bytes; MD2 ones are opened raw.
 TEST(Signature, SameBytesAsOpenSslAndEachVerifiesTheOther) {
   const char* md2_abc = "3020300c06082a864886f70d020205000410da853b0d3f88d99b30283a69e6ded6bb";
-  const struct {
-    int alg;
-    const char* md;
-    bool our_key;
-    std::size_t data_size;
-  } cases[] = {{2, "MD5", true, 0},   {5, "MD5", true, 1000},   {3, "SHA1", true, 1},
-               {6, "SHA1", true, 64}, {2, "MD5", false, 55},    {5, "MD5", false, 56},
-               {3, "SHA1", false, 0}, {6, "SHA1", false, 4097}, {1, nullptr, false, 3},
-               {7, nullptr, true, 3}};
-  for (const auto& c : cases) {
-    SCOPED_TRACE(std::to_string(c.alg) + (c.our_key ? " ours " : " OpenSSL's ") +
-                 std::to_string(c.data_size));
-    const DerPair& pair = c.our_key ? our_pair() : openssl_pair();
+  const std::tuple<int, const char*, bool, std::size_t> cases[] = {
+      {2, "MD5", true, 0},   {5, "MD5", true, 1000},   {3, "SHA1", true, 1},
+      {6, "SHA1", true, 64}, {2, "MD5", false, 55},    {5, "MD5", false, 56},
+      {3, "SHA1", false, 0}, {6, "SHA1", false, 4097}, {1, nullptr, false, 3},
+      {7, nullptr, true, 3}};
+  for (const auto& [alg, md_name, our_key, data_size] : cases) {
+    SCOPED_TRACE(std::to_string(alg) + (our_key ? " ours " : " OpenSSL's ") +
+                 std::to_string(data_size));
+    const DerPair& pair = our_key ? our_pair() : openssl_pair();
     const EvpKey key = load_private_der(pair.pri);
     ASSERT_NE(key, nullptr);
-    const Bytes data = c.md ? pattern(c.data_size, 1) : bytes_of("abc");
-    const Bytes ours = sign(c.alg, pair.pri, data);
-    EXPECT_EQ(verify(c.alg, pair.pub, data, ours), 0u);
-    if (!c.md) {
+    const Bytes data = md_name ? pattern(data_size, 1) : bytes_of("abc");
+    const Bytes ours = sign(alg, pair.pri, data);
+    EXPECT_EQ(verify(alg, pair.pub, data, ours), 0u);
+    if (!md_name) {
       EXPECT_EQ(to_hex(openssl_recover(key.get(), ours, RSA_PKCS1_PADDING)), md2_abc);
       continue;
     }
-    const EVP_MD* md = EVP_get_digestbyname(c.md);
+    const EVP_MD* md = EVP_get_digestbyname(md_name);
     EXPECT_TRUE(openssl_verify(key.get(), md, data, ours));
     const Bytes theirs = openssl_sign(key.get(), md, data);
     EXPECT_EQ(to_hex(ours), to_hex(theirs));
-    EXPECT_EQ(verify(c.alg, pair.pub, data, theirs), 0u);
+    EXPECT_EQ(verify(alg, pair.pub, data, theirs), 0u);
   }
 }
 
