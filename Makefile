@@ -2,7 +2,7 @@
 JOBS ?= $(shell nproc)
 CMAKE_FLAGS ?=
 
-.PHONY: all test test-sanitize test-tsan test-valgrind bench fuzz demo install clean
+.PHONY: all test test-sanitize test-tsan test-valgrind mutants bench fuzz demo install clean
 
 all:
 	@scripts/install-deps.sh test
@@ -43,6 +43,10 @@ test-valgrind:
 	ctest --test-dir build-valgrind --output-on-failure -j $(JOBS) --timeout 3000
 
 # Each word of BENCH_ARGS reaches the benchmark quoted, so filters such as md|sha work.
+# Plants each fault of scripts/mutants/faults.py in turn and checks that a test catches it.
+mutants: all
+	scripts/mutants/run.py --build build --out build/mutants.tsv
+
 bench:
 	@scripts/install-deps.sh bench
 	cmake -S . -B build-bench -G Ninja -DCMAKE_BUILD_TYPE=Release -DHYLORN_BENCH=ON \
