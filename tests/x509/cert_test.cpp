@@ -165,6 +165,19 @@ TEST(CertRoundTrip, EverySelectedExtensionComesBack) {
     if (!has(0x100)) want.setCertType = 0;
     EXPECT_EQ(round_trip(in), want) << std::hex << extFlags << " " << critFlags;
   }
+  // Without a serial the authority key identifier holds none, as OpenSSL reads it.
+  CertInput in = leaf_input();
+  in.akiSerial = {};
+  const Bytes der = issue(in);
+  const u8* p = der.data();
+  X509* x = d2i_X509(nullptr, &p, long(der.size()));
+  ASSERT_NE(x, nullptr);
+  AUTHORITY_KEYID* aki = static_cast<AUTHORITY_KEYID*>(
+      X509_get_ext_d2i(x, NID_authority_key_identifier, nullptr, nullptr));
+  ASSERT_NE(aki, nullptr);
+  EXPECT_EQ(aki->serial, nullptr);
+  AUTHORITY_KEYID_free(aki);
+  X509_free(x);
 }
 
 // Policies of length <= 0 are skipped; pathLen -1 is absent, 0 is written.
@@ -250,14 +263,17 @@ TEST(CertQuery, EveryItemTheKeyAndASignature) {
   CertInput in = leaf_input();
   in.sigAlg = 1;
   EXPECT_EQ(item(issue(in), 3).second, "md2WithRSAEncryption");
-  // Three 255-character slots fit the item (776 characters), four do not.
+  // Three 255-character slots make 776 characters; with ", ST=" and a fourth the line
+  // fits up to the item's room less its NUL: 1,023 characters, not 1,024.
   in.subject = Name{};
   for (int slot : {kC, kO, kOU}) in.subject[slot] = std::string(255, 'x');
   EXPECT_EQ(item(issue(in), 21).second.size(), 776u);
-  in.subject[kST] = std::string(255, 'y');
+  in.subject[kST] = std::string(242, 'y');
+  EXPECT_EQ(item(issue(in), 21).second.size(), 1023u);
+  in.subject[kST] = std::string(243, 'y');
   const Bytes longName = issue(in);
   EXPECT_EQ(item(longName, 21).first, -1);
-  EXPECT_EQ(item(longName, 16), std::make_pair(0, std::string(255, 'y')));
+  EXPECT_EQ(item(longName, 16), std::make_pair(0, std::string(243, 'y')));
 
   // The key as the certificate holds it; an OpenSSL signature checked under it.
   Bytes key(HYLORN_PUBKEY_SIZE);
@@ -348,6 +364,10 @@ TEST_P(OpenSslCert, DecodesFieldByFieldAndVerifiesUnderItsIssuer) {
   const ASN1_OCTET_STRING* ski = X509_get0_subject_key_id(leaf.get());
   EXPECT_EQ(bytes(out.subjectKeyId, out.subjectKeyIdLen),
             Bytes(ski->data, ski->data + ski->length));
+  // The algorithm reported is the outer one, not its copy in the TBS.
+  const Bytes md2 = from_hex("300d06092a864886f70d0101020500");
+  ASSERT_EQ(decode_cert(seq({elements(der)[0], md2, elements(der)[2]}), &out), 0u);
+  EXPECT_EQ(out.sigAlg, 1u);
   ASSERT_EQ(decode_cert(caDer, &out), 0u) << error_text();
   EXPECT_EQ(std::make_pair(out.cA, out.pathLen), std::make_pair(u8(1), 1));
 
